@@ -1,0 +1,5 @@
+#include "list/list_internal.h"
+
+PKLIBSZLIST PslKLIBSzListAnd(PKLIBSZLIST pList1, const KLIBSZLIST *pList2, int mode) {
+    return kova::list::filter(pList1, pList2, mode, true, 65, 69);
+}

@@ -1,0 +1,5 @@
+#include <cstdlib>
+
+#include "kovasdk/list.h"
+
+void KLIBSzListFree(PKLIBSZLIST pList) { free(pList); }

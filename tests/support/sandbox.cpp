@@ -1,0 +1,99 @@
+#include "support/sandbox.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "core/alloc.h"
+#include "core/log.h"
+
+namespace fs = std::filesystem;
+
+namespace kova::test {
+
+Sandbox::Sandbox() {
+    std::string tmpl = std::string(KOVA_TEST_SANDBOXES) + "/root.XXXXXX";
+    if (mkdtemp(tmpl.data()) == nullptr) {
+        ADD_FAILURE() << "cannot create a sandbox under " << KOVA_TEST_SANDBOXES;
+        return;
+    }
+    root_ = tmpl;
+    fs::copy(KOVA_SKELETON_DIR, root_, fs::copy_options::recursive);
+    if (const char *old = getenv("KOVA_ROOT")) {
+        had_root_ = true;
+        saved_root_ = old;
+    }
+    setenv("KOVA_ROOT", root_.c_str(), 1);
+}
+
+Sandbox::~Sandbox() {
+    if (had_root_) {
+        setenv("KOVA_ROOT", saved_root_.c_str(), 1);
+    } else {
+        unsetenv("KOVA_ROOT");
+    }
+    if (root_.empty()) return;
+    std::error_code ec;
+    // Tests may leave read-only directories behind; make them removable first.
+    for (auto it = fs::recursive_directory_iterator(root_, ec);
+         it != fs::recursive_directory_iterator(); it.increment(ec)) {
+        if (it->is_directory(ec) && !it->is_symlink(ec)) {
+            fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
+        }
+    }
+    fs::remove_all(root_, ec);
+}
+
+namespace {
+void collect(int priority, const char *line, void *context) {
+    static_cast<std::vector<LogLine> *>(context)->push_back({priority, line});
+}
+}  // namespace
+
+LogCapture::LogCapture() { kova::testing::set_log_sink(collect, &lines_); }
+LogCapture::~LogCapture() { kova::testing::set_log_sink(nullptr, nullptr); }
+
+bool LogCapture::contains(int priority, const std::string &text) const {
+    return std::any_of(lines_.begin(), lines_.end(), [&](const LogLine &l) {
+        return l.priority == priority && l.text == text;
+    });
+}
+
+AllocationFailure::AllocationFailure(long nth) { kova::testing::fail_allocation(nth); }
+AllocationFailure::~AllocationFailure() { kova::testing::fail_allocation(0); }
+
+long allocation_count() { return kova::testing::allocation_count(); }
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+void write_file(const std::string &path, const std::string &content) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+bool file_exists(const std::string &path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+std::vector<std::string> list_dir(const std::string &dir) {
+    std::vector<std::string> names;
+    for (const auto &entry : fs::directory_iterator(dir)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+}  // namespace kova::test

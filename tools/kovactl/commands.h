@@ -1,0 +1,18 @@
+// kovactl's subcommands: one function per family, each thin (parse, call the SDK, print).
+#pragma once
+
+namespace kovactl {
+
+struct Command {
+    const char *name;
+    const char *usage;
+    int (*run)(int argc, char **argv);  // argv[0] is the subcommand's name
+};
+
+int cmd_error(int argc, char **argv);
+int cmd_list(int argc, char **argv);
+
+// Prints "kovactl: what: ERR_NAME (0xCODE) at file:line" for the SDK's last error; returns 1.
+int report_failure(const char *what);
+
+}  // namespace kovactl

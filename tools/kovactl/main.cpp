@@ -1,0 +1,59 @@
+// kovactl: the appliance's management command line over libkovasdk.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "commands.h"
+#include "kovasdk/kovasdk.h"
+
+namespace kovactl {
+namespace {
+
+const Command kCommands[] = {
+    {"error", "error CODE | error --trace CODE    name of an error code / a raise's back trace",
+     cmd_error},
+    {"list", "list sort|casesort|and|or|sub ...    string-list operations on comma lists",
+     cmd_list},
+};
+
+int usage(FILE *out) {
+    fprintf(out, "usage: kovactl [--root DIR] COMMAND [ARGS]\n\ncommands:\n");
+    for (const auto &c : kCommands) fprintf(out, "  %s\n", c.usage);
+    fprintf(out, "\n--root DIR resolves the appliance's own files under DIR (a sandbox or an "
+                 "offline image).\n");
+    return out == stdout ? 0 : 2;
+}
+
+}  // namespace
+
+int report_failure(const char *what) {
+    const uint32_t code = KLIBErrGet();
+    const unsigned index = code >> 8;
+    const char *name = (code & 0xFF) == 0 && index < static_cast<unsigned>(errNum) &&
+                               rgszErrMsg[index][0] != '\0'
+                           ? rgszErrMsg[index]
+                           : "unnamed";
+    const char *file = KOVAErrorGetFile();
+    fprintf(stderr, "kovactl: %s: %s (kovaerr=0x%04X) at %s:%d\n", what, name, code,
+            file != nullptr ? file : "?", KOVAErrorGetLine());
+    return 1;
+}
+
+}  // namespace kovactl
+
+int main(int argc, char **argv) {
+    int arg = 1;
+    if (arg + 1 < argc && strcmp(argv[arg], "--root") == 0) {
+        setenv("KOVA_ROOT", argv[arg + 1], 1);
+        arg += 2;
+    }
+    if (arg >= argc) return kovactl::usage(stderr);
+    if (strcmp(argv[arg], "-h") == 0 || strcmp(argv[arg], "--help") == 0) {
+        return kovactl::usage(stdout);
+    }
+    for (const auto &c : kovactl::kCommands) {
+        if (strcmp(argv[arg], c.name) == 0) return c.run(argc - arg, argv + arg);
+    }
+    fprintf(stderr, "kovactl: unknown command '%s'\n", argv[arg]);
+    return kovactl::usage(stderr);
+}
