@@ -9,8 +9,8 @@
 namespace kova::hash {
 
 PKLIBSZHASH new_block(int slots, int data) {
-    const uint64_t size = kHeaderSize + kSlotSize * static_cast<uint64_t>(slots) +
-                          static_cast<uint64_t>(data);
+    const uint64_t size =
+        kHeaderSize + kSlotSize * static_cast<uint64_t>(slots) + static_cast<uint64_t>(data);
     if (slots <= 0 || data < 0 || size > INT_MAX) return nullptr;
     auto *hash = static_cast<PKLIBSZHASH>(kova::xcalloc(1, static_cast<size_t>(size)));
     if (hash == nullptr) return nullptr;

@@ -14,7 +14,8 @@ int KLIBSzHashEnumKey(const KLIBSZHASH *pHash, PKLIBSZLIST *ppList) {
         if (key == nullptr) continue;
         if (KLIBSzListPush(ppList, key) < 0) {
             // Leave the caller's list as it was.
-            while (*ppList != nullptr && (*ppList)->nItem > before) SzKLIBSzListPop(*ppList);
+            while (*ppList != nullptr && (*ppList)->nItem > before)
+                SzKLIBSzListPop(*ppList);
             return -1;
         }
         ++count;

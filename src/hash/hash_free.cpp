@@ -2,4 +2,6 @@
 
 #include "kovasdk/hash.h"
 
-void KLIBSzHashFree(PKLIBSZHASH pHash) { free(pHash); }
+void KLIBSzHashFree(PKLIBSZHASH pHash) {
+    free(pHash);
+}

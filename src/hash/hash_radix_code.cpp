@@ -9,7 +9,8 @@ int KLIBIRadixHashCode(const char *szKey, int nSlot) {
     const auto *p = reinterpret_cast<const unsigned char *>(szKey);
     size_t left = strlen(szKey);
     uint32_t sum = 0;  // wraps modulo 2^32
-    for (; left >= 4; p += 4, left -= 4) sum += kova::load_be32(p);
+    for (; left >= 4; p += 4, left -= 4)
+        sum += kova::load_be32(p);
     if (left > 0) {
         unsigned char tail[4] = {};  // the last 1 to 3 bytes, left-aligned
         memcpy(tail, p, left);

@@ -7,7 +7,8 @@ PKLIBSZHASH PslSzHashRemoveAll(PKLIBSZHASH pHash) {
         return nullptr;
     }
     // Occupied slots become tombstones (value pointers kept) rather than empty slots.
-    for (int i = 0; i < pHash->nSlot; ++i) pHash->rgSlot[i].szKey = nullptr;
+    for (int i = 0; i < pHash->nSlot; ++i)
+        pHash->rgSlot[i].szKey = nullptr;
     pHash->nPair = 0;
     pHash->cbFree = pHash->cbData;
     pHash->pNext = kova::hash::string_area(pHash);

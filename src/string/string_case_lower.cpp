@@ -5,7 +5,9 @@
 
 namespace {
 // The C locale's tolower, whatever locale the calling program has set.
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 }  // namespace
 
 char *SzKLIBStrCaseLower(char *szStr, int /*nIgnored*/, char *szOut, int cbSize) {
@@ -20,7 +22,8 @@ char *SzKLIBStrCaseLower(char *szStr, int /*nIgnored*/, char *szOut, int cbSize)
     }
     char *dest = szOut != nullptr ? szOut : szStr;
     size_t i = 0;
-    for (; szStr[i] != '\0'; ++i) dest[i] = lower(szStr[i]);
+    for (; szStr[i] != '\0'; ++i)
+        dest[i] = lower(szStr[i]);
     dest[i] = '\0';
     return dest;
 }

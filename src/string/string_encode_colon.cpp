@@ -11,7 +11,8 @@ int KLIBStrEncodeColon(const char *szIn, char *szOut, int cbOut) {
     }
     const size_t len = strlen(szIn);
     size_t count = 0;
-    for (size_t i = 0; i < len; ++i) count += szIn[i] == ':' || szIn[i] == ';' ? 2 : 1;
+    for (size_t i = 0; i < len; ++i)
+        count += szIn[i] == ':' || szIn[i] == ';' ? 2 : 1;
     if (kova::str::overlaps(szIn, len + 1, szOut, count + 1)) {
         kova::raise(ERR_BAD_PARAMETERS, 34);
         return -1;

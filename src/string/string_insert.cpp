@@ -18,6 +18,5 @@ int KLIBStrInsert(char *szStr, const char *pPos, const char *szText, char *szOut
         kova::raise(ERR_NOT_ENOUGH_MEMORY, 54);
         return -1;
     }
-    return kova::str::splice(szStr, static_cast<size_t>(pPos - szStr), 0, szText, szOut) ? 1
-                                                                                           : -1;
+    return kova::str::splice(szStr, static_cast<size_t>(pPos - szStr), 0, szText, szOut) ? 1 : -1;
 }

@@ -25,7 +25,8 @@ int KLIBStrSepPair(const char *szLine, PKLIBSZLIST *ppList) {
     const std::string_view value = kova::str::trimmed(equals + 1);
 
     // Both texts with their NULs in one work buffer: "key\0value\0".
-    kova::UniqueMalloc<char> texts(static_cast<char *>(kova::xmalloc(key.size() + value.size() + 2)));
+    kova::UniqueMalloc<char> texts(
+        static_cast<char *>(kova::xmalloc(key.size() + value.size() + 2)));
     if (texts == nullptr) {
         kova::raise(ERR_OUT_OF_MEMORY);
         return -1;

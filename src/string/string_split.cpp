@@ -30,7 +30,8 @@ int split(const char *s, const char *delim, PKLIBSZLIST *list, bool keep_empty, 
         KLIBSzListFree(*list);
         *list = nullptr;
     } else {
-        while ((*list)->nItem > before) SzKLIBSzListPop(*list);
+        while ((*list)->nItem > before)
+            SzKLIBSzListPop(*list);
     }
     kova::raise(ERR_OUT_OF_MEMORY, oom_line);
     return -1;

@@ -7,12 +7,16 @@
 namespace kova::str {
 
 namespace {
-bool is_trimmed(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool is_trimmed(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 }  // namespace
 
 std::string_view trimmed(std::string_view s) {
-    while (!s.empty() && is_trimmed(s.front())) s.remove_prefix(1);
-    while (!s.empty() && is_trimmed(s.back())) s.remove_suffix(1);
+    while (!s.empty() && is_trimmed(s.front()))
+        s.remove_prefix(1);
+    while (!s.empty() && is_trimmed(s.back()))
+        s.remove_suffix(1);
     if (s.size() > 1 && s.front() == '"' && s.back() == '"') s = s.substr(1, s.size() - 2);
     return s;
 }
