@@ -11,6 +11,21 @@ int digit(char c) {
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
 }
+// Decodes in into out (or only counts when out is null); the decoded length.
+size_t decode(const char *in, char *out) {
+    size_t n = 0;
+    for (const char *p = in;; p += 2) {
+        if (*p == 'x') ++p;
+        const int high = digit(p[0]);
+        const int low = high >= 0 ? digit(p[1]) : -1;
+        if (low < 0) break;
+        if (out != nullptr) out[n] = static_cast<char>(high << 4 | low);
+        ++n;
+    }
+    if (out != nullptr) out[n] = '\0';
+    return n;
+}
+
 }  // namespace
 
 int KLIBStrHexCodeToString(const char *szIn, char *szOut, int cbOut) {
@@ -20,7 +35,7 @@ int KLIBStrHexCodeToString(const char *szIn, char *szOut, int cbOut) {
     }
     const size_t len = strlen(szIn);
     // Decoding in place works (the output never overtakes the input); other overlaps do not.
-    if (szOut != szIn && kova::str::overlaps(szIn, len + 1, szOut, len + 1)) {
+    if (szOut != szIn && kova::str::overlaps(szIn, len + 1, szOut, decode(szIn, nullptr) + 1)) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
@@ -28,14 +43,5 @@ int KLIBStrHexCodeToString(const char *szIn, char *szOut, int cbOut) {
         kova::raise(ERR_NOT_ENOUGH_MEMORY, 44);
         return -1;
     }
-    size_t n = 0;
-    for (const char *p = szIn;; p += 2) {
-        if (*p == 'x') ++p;
-        const int high = digit(p[0]);
-        const int low = high >= 0 ? digit(p[1]) : -1;
-        if (low < 0) break;
-        szOut[n++] = static_cast<char>(high << 4 | low);
-    }
-    szOut[n] = '\0';
-    return static_cast<int>(n);
+    return static_cast<int>(decode(szIn, szOut));
 }

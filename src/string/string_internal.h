@@ -34,8 +34,8 @@ void copy_unchanged(const char *s, char *out);
 int insert_near(char *s, const char *needle, const char *text, char *out, int size, bool after);
 
 // Pushes the tokens of s (empty ones too when keep_empty) onto *list, a new list when it is
-// null; the number pushed, or -1 with ERR_OUT_OF_MEMORY raised at oom_line and the list as
-// it was.
-int split(const char *s, const char *delim, PKLIBSZLIST *list, bool keep_empty, int oom_line);
+// null; the number pushed, or -1 when memory ran out, with the caller's list as it was. The
+// caller raises the code at its own line.
+int split(const char *s, const char *delim, PKLIBSZLIST *list, bool keep_empty);
 
 }  // namespace kova::str

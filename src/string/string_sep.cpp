@@ -6,5 +6,7 @@ int KLIBStrSep(const char *szStr, const char *szDelim, PKLIBSZLIST *ppList) {
         kova::raise(ERR_BAD_PARAMETERS, 54);
         return -1;
     }
-    return kova::str::split(szStr, szDelim, ppList, true, 58);
+    const int count = kova::str::split(szStr, szDelim, ppList, true);
+    if (count < 0) kova::raise(ERR_OUT_OF_MEMORY, 58);
+    return count;
 }

@@ -3,38 +3,42 @@
 
 #include "core/alloc.h"
 #include "core/owners.h"
-#include "core/raise.h"
 #include "string/string_internal.h"
 
 namespace kova::str {
 
-int split(const char *s, const char *delim, PKLIBSZLIST *list, bool keep_empty, int oom_line) {
-    const size_t len = strlen(s) + 1;
-    kova::UniqueMalloc<char> copy(static_cast<char *>(kova::xmalloc(len)));
-    const bool made_list = *list == nullptr;
-    if (made_list) *list = PslKLIBSzListAlloc(0);
-    if (copy == nullptr || *list == nullptr) {
-        kova::raise(ERR_OUT_OF_MEMORY, oom_line);
-        return -1;
-    }
-    memcpy(copy.get(), s, len);
+namespace {
+
+int push_tokens(char *cursor, const char *delim, PKLIBSZLIST *list, bool keep_empty) {
     const int before = (*list)->nItem;
-    char *cursor = copy.get();
     for (;;) {
         char *token = keep_empty ? strsep(&cursor, delim) : KLIBIStrTok(&cursor, delim);
         if (token == nullptr) return (*list)->nItem - before;
         if (KLIBSzListPush(list, token) < 0) break;
     }
-    // Nothing pushed stays behind: the caller's list is as it was.
-    if (made_list) {
-        KLIBSzListFree(*list);
-        *list = nullptr;
-    } else {
-        while ((*list)->nItem > before)
-            SzKLIBSzListPop(*list);
-    }
-    kova::raise(ERR_OUT_OF_MEMORY, oom_line);
+    while ((*list)->nItem > before)
+        SzKLIBSzListPop(*list);
     return -1;
+}
+
+}  // namespace
+
+int split(const char *s, const char *delim, PKLIBSZLIST *list, bool keep_empty) {
+    const size_t len = strlen(s) + 1;
+    kova::UniqueMalloc<char> copy(static_cast<char *>(kova::xmalloc(len)));
+    if (copy == nullptr) return -1;
+    memcpy(copy.get(), s, len);
+    if (*list != nullptr) return push_tokens(copy.get(), delim, list, keep_empty);
+
+    PKLIBSZLIST made = PslKLIBSzListAlloc(0);
+    if (made == nullptr) return -1;
+    const int count = push_tokens(copy.get(), delim, &made, keep_empty);
+    if (count < 0) {
+        KLIBSzListFree(made);
+    } else {
+        *list = made;
+    }
+    return count;
 }
 
 }  // namespace kova::str

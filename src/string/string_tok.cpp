@@ -6,5 +6,7 @@ int KLIBStrTok(const char *szStr, const char *szDelim, PKLIBSZLIST *ppList) {
         kova::raise(ERR_BAD_PARAMETERS, 101);
         return -1;
     }
-    return kova::str::split(szStr, szDelim, ppList, false, 106);
+    const int count = kova::str::split(szStr, szDelim, ppList, false);
+    if (count < 0) kova::raise(ERR_OUT_OF_MEMORY, 106);
+    return count;
 }
