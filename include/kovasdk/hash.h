@@ -46,8 +46,8 @@ KOVA_API int KLIBSzHashSetValue(PKLIBSZHASH *ppHash, const char *szKey, const ch
 KOVA_API const char *SzKLIBSzHashGetValue(const KLIBSZHASH *pHash, const char *szKey);
 /* Removes key; its value (still valid inside the block until the next rebuild), or null. */
 KOVA_API const char *SzKLIBSzHashRemoveKey(PKLIBSZHASH pHash, const char *szKey);
-/* Pushes every key in slot order onto *ppList (ppList may be null: only counts); the number
- * of keys, or -1. */
+/* Pushes every key in slot order onto *ppList, a new list when *ppList is null (ppList itself
+ * may be null: only counts); the number of keys, or -1 with the list as it was. */
 KOVA_API int KLIBSzHashEnumKey(const KLIBSZHASH *pHash, PKLIBSZLIST *ppList);
 /* Number of keys; -1 with ERR_BAD_PARAMETERS for a null hash. */
 KOVA_API int KLIBSzHashPairNum(const KLIBSZHASH *pHash);

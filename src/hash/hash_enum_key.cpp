@@ -7,18 +7,22 @@ int KLIBSzHashEnumKey(const KLIBSZHASH *pHash, PKLIBSZLIST *ppList) {
         return -1;
     }
     if (ppList == nullptr) return pHash->nPair;
-    const int before = *ppList != nullptr ? (*ppList)->nItem : 0;
-    int count = 0;
+    const bool made_list = *ppList == nullptr;
+    if (made_list && (*ppList = PslKLIBSzListAlloc(0)) == nullptr) return -1;
+    const int before = (*ppList)->nItem;
     for (int i = 0; i < pHash->nSlot; ++i) {
         const char *key = pHash->rgSlot[i].szKey;
-        if (key == nullptr) continue;
-        if (KLIBSzListPush(ppList, key) < 0) {
+        if (key != nullptr && KLIBSzListPush(ppList, key) < 0) {
             // Leave the caller's list as it was.
-            while (*ppList != nullptr && (*ppList)->nItem > before)
-                SzKLIBSzListPop(*ppList);
+            if (made_list) {
+                KLIBSzListFree(*ppList);
+                *ppList = nullptr;
+            } else {
+                while ((*ppList)->nItem > before)
+                    SzKLIBSzListPop(*ppList);
+            }
             return -1;
         }
-        ++count;
     }
-    return count;
+    return (*ppList)->nItem - before;
 }

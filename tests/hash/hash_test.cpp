@@ -268,6 +268,13 @@ TEST(HashRemoveAll, EmptiesInPlaceAndTheSpaceIsReused) {
     EXPECT_EQ(PslSzHashRemoveAll(nullptr), nullptr);
 }
 
+std::vector<std::string> items_of(const KLIBSZLIST *list) {
+    std::vector<std::string> out;
+    for (int i = 0; i < list->nItem; ++i)
+        out.emplace_back(SzKLIBSzListGet(list, i));
+    return out;
+}
+
 TEST(HashEnum, KeysComeInSlotOrder) {
     Hash h = make_hash();
     for (const char *k : {"zeta", "alpha", "mid", "a", "abcd"})
@@ -282,6 +289,11 @@ TEST(HashEnum, KeysComeInSlotOrder) {
         last = slot;
     }
     EXPECT_EQ(KLIBSzHashEnumKey(h.get(), nullptr), 5);
+    PKLIBSZLIST made = nullptr;
+    EXPECT_EQ(KLIBSzHashEnumKey(h.get(), &made), 5);
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(items_of(made), items_of(list));
+    KLIBSzListFree(made);
     EXPECT_EQ(KLIBSzHashEnumKey(nullptr, &list), -1);
     KLIBSzListFree(list);
 }
