@@ -2,6 +2,7 @@
 #include <kovasdk/kovasdk.h>
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int failures = 0;
@@ -50,9 +51,47 @@ static void list_family(void) {
     CHECK(KLIBUnicodeUTF8StrCaseCmp("\xC3\x84", "\xC3\xA4") == 0);
 }
 
+static void hash_family(void) {
+    PKLIBSZHASH hash = PshKLIBSzHashAlloc(0);
+    PKLIBSZLIST keys = PslKLIBSzListAlloc(0);
+    CHECK(hash != NULL && hash->nSlot == KLIB_SZHASH_INIT_SLOTS);
+    CHECK(KLIBSzHashSetValue(&hash, "abcd", "5000") == 5);
+    CHECK(KLIBSzHashSetValue(&hash, "z", "") >= 0);
+    CHECK(strcmp(SzKLIBSzHashGetValue(hash, "abcd"), "5000") == 0);
+    CHECK(KLIBSzHashEnumKey(hash, &keys) == 2 && strcmp(SzKLIBSzListGet(keys, 0), "abcd") == 0);
+    CHECK(strcmp(SzKLIBSzHashRemoveKey(hash, "z"), "") == 0);
+    CHECK(KLIBSzHashPairNum(hash) == 1 && KLIBSzHashGetLength(NULL) == 0xFFFFFFFFu);
+    CHECK(KLIBIRadixHashCode("abcd", 31) == 5 && KLIBIFileCheckFormat("%s=%s\n") == 1);
+    CHECK(PslSzHashRemoveAll(hash) == hash && KLIBSzHashGetLength(hash) == 0);
+    KLIBSzListFree(keys);
+    KLIBSzHashFree(hash);
+}
+
+static void string_family(void) {
+    char text[32] = "  \"Mixed Case\"  ";
+    char out[32];
+    const char *parts[3] = {"a", NULL, "b"};
+    char *joined = NULL;
+    int size = 0;
+    PKLIBSZLIST list = PslKLIBSzListAlloc(0);
+    CHECK(KLIBStrTrimSpace(text, NULL) == 10 && strcmp(text, "Mixed Case") == 0);
+    CHECK(SzKLIBStrCaseLower(text, 0, NULL, 32) == text && strcmp(text, "mixed case") == 0);
+    CHECK(KLIBStrEncodeColon("a:b;c", out, 31) == 7 && strcmp(out, "a;,b;;c") == 0);
+    CHECK(KLIBStrHexCodeToString("417A", out, 31) == 2 && strcmp(out, "Az") == 0);
+    CHECK(KLIBStrReplace(text, "case", "CASE", NULL, 31) == 1 && strcmp(text, "mixed CASE") == 0);
+    CHECK(KLIBStrSepPair("key = \"a b\"", &list) == 0 && list->nItem == 2);
+    CHECK(KLIBStrSep("x,,y", ",", &list) == 3 && KLIBStrTok("x,,y", ",", &list) == 2);
+    CHECK(KOVAStrNobodyFilter("nobody,alice", &list) == 1);
+    CHECK(KOVAStrJoin(parts, 3, ", ", &joined, &size) == 0 && strcmp(joined, "a, b") == 0);
+    free(joined);
+    KLIBSzListFree(list);
+}
+
 int main(void) {
     error_family();
     list_family();
+    hash_family();
+    string_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

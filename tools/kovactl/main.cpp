@@ -14,6 +14,10 @@ const Command kCommands[] = {
      cmd_error},
     {"list", "list sort|casesort|and|or|sub ...    string-list operations on comma lists",
      cmd_list},
+    {"hash", "hash code KEY [SLOTS] | hash section NAME K=V...    string hash slots and sections",
+     cmd_hash},
+    {"str", "str colon-encode|colon-decode|hex|unhex|trim|pair TEXT | str join SEP TEXT...",
+     cmd_str},
 };
 
 int usage(FILE *out) {
