@@ -50,9 +50,26 @@ static void list_family(void) {
     CHECK(KLIBUnicodeUTF8StrCaseCmp("\xC3\x84", "\xC3\xA4") == 0);
 }
 
+static void file_family(void) {
+    char name[64];
+    const KLIBFILELOCK *entry = &rgslckList[0];
+    CHECK(entry->bit == KLIB_LOCK_KOVAINFO && entry->pFile == NULL);
+    CHECK(strcmp(entry->szPath, "/tmp/lock/lock_kovainfo") == 0);
+    CHECK(rgslckList[KLIB_LOCK_ENTRIES].bit == 0);
+    CHECK(KLIBILineMatch("workgroup=\"HOME\"\n", "home\"",
+                         KLIB_FILE_MATCH_SUFFIX | KLIB_FILE_MATCH_NOCASE) == 1);
+    CHECK(KLIBILineMatch("#workgroup=HOME\n", "work", 0) == 0);
+    CHECK(KLIBFileITmpName("/etc/kovainfo.conf.", name, (int)sizeof name) == 0);
+    CHECK(KLIBFileGetKeyValue("/nonexistent/kovainfo.conf", "hostname", NULL, 0, 0) == -1);
+    CHECK(KLIBErrGet() == ERR_OPEN_FAILED);
+    CHECK(BlKLIBFileExist("/nonexistent/kovainfo.conf") == 0);
+    CHECK(ErrKLIBFileCloseLock() == 0);
+}
+
 int main(void) {
     error_family();
     list_family();
+    file_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;
