@@ -4,6 +4,8 @@
 
 #include "error.h"
 #include "file.h"
+#include "hash.h"
+#include "kstring.h"
 #include "list.h"
 #include "unicode.h"
 
