@@ -19,6 +19,7 @@
 #include <stdio.h>
 
 #include "export.h"
+#include "hash.h"
 #include "list.h"
 
 KOVA_BEGIN_DECLS
@@ -28,10 +29,10 @@ KOVA_BEGIN_DECLS
 #define KLIB_FILE_FORMAT_QUOTED "%s=\"%s\"\n"
 
 /* Pattern flags of KLIBFileGetLine, KLIBFileSetLine, KLIBFileAddLine (KLIBILineMatch). */
-#define KLIB_FILE_MATCH_LAST 0x1    /* use the last matching line, not the first */
-#define KLIB_FILE_MATCH_PREFIX 0x2  /* the line begins with the pattern */
-#define KLIB_FILE_MATCH_SUFFIX 0x4  /* the line ends with the pattern (before its line feed) */
-#define KLIB_FILE_ADD_AFTER 0x200   /* KLIBFileAddLine: insert after the matching line */
+#define KLIB_FILE_MATCH_LAST 0x1     /* use the last matching line, not the first */
+#define KLIB_FILE_MATCH_PREFIX 0x2   /* the line begins with the pattern */
+#define KLIB_FILE_MATCH_SUFFIX 0x4   /* the line ends with the pattern (before its line feed) */
+#define KLIB_FILE_ADD_AFTER 0x200    /* KLIBFileAddLine: insert after the matching line */
 #define KLIB_FILE_MATCH_NOCASE 0x400 /* compare upper-cased UTF-8 */
 
 /* Lock masks: the low 4 bits are the flock operation, the upper bits name lock files. */
@@ -81,6 +82,8 @@ KOVA_API int KLIBIFileSetKeyValue(const char *szPath, const char *szKey, const c
                                   const char *szFormat);
 KOVA_API int KLIBFileAppendKey(const char *szPath, const char *szKey, const char *szValue,
                                const char *szFormat);
+KOVA_API int KLIBFileSetKeys(const char *szPath, PKLIBSZHASH pSet, PKLIBSZHASH pRemove,
+                             const char *szFormat);
 KOVA_API int KLIBFileRemoveKey(const char *szPath, const char *szKey);
 KOVA_API int KLIBFileComment(const char *szPath, const char *szKey);
 KOVA_API int BlKOVAFileCheckKeyValue(const char *szPath, const char *szKey, const char *szValue);
@@ -102,11 +105,32 @@ KOVA_API int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList);
 KOVA_API int KLIBFileEnumDir(const char *szDir, PKLIBSZLIST *ppList);
 
 /* Lines by key. */
-KOVA_API int KLIBFileGetLineByKey(const char *szPath, const char *szKey, char *szBuf,
-                                  int cbBuf);
+KOVA_API int KLIBFileGetLineByKey(const char *szPath, const char *szKey, char *szBuf, int cbBuf);
 KOVA_API int KLIBFileSetLineByKey(const char *szPath, const char *szKey, const char *szText);
 KOVA_API int KLIBFileAddLineByKey(const char *szPath, const char *szKey, const char *szText,
                                   int flags);
+
+/*
+ * Sectioned files: a header line "[name]" opens a section, whose body runs up to the next line
+ * beginning with "[". Pairs are split at their first '=' and trimmed like keys and values.
+ */
+KOVA_API int KLIBIFileIsSection(const char *szLine, int cbLine);
+KOVA_API int KLIBIFileMatchSection(const char *szLine, int cbLine, const char *szName);
+KOVA_API int KLIBFileGetSection(const char *szPath, const char *szSection, PKLIBSZHASH *ppHash);
+KOVA_API int KLIBFileGetPair(const char *szPath, PKLIBSZHASH *ppHash);
+KOVA_API int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList);
+KOVA_API int ErrKLIBFileAddSection(const char *szPath, const char *szSection,
+                                   const KLIBSZHASH *pHash, const char *szFormat);
+KOVA_API int ErrKLIBFileSetSection(const char *szPath, const char *szSection, const char *szNewName,
+                                   const KLIBSZHASH *pHash, const char *szFormat);
+KOVA_API int ErrKLIBFileRemoveSection(const char *szPath, const char *szSection);
+KOVA_API int ErrKLIBIFileModifySection(const char *szPath, const char *szSection,
+                                       const char *szNewName, const KLIBSZHASH *pHash, int blWrite,
+                                       const char *szFormat);
+KOVA_API int ErrSetSecKeyVal(const char *szPath, const char *szSection, const char *szKey,
+                             const char *szValue, const char *szFormat);
+KOVA_API int KLIBFileMergePairs(const char *szPath, const KLIBSZHASH *pHash, const char *szFormat);
+KOVA_API int ErrKLIBFileSetPair(const char *szPath, const KLIBSZHASH *pHash, const char *szFormat);
 
 /* Locks. */
 KOVA_API int ErrKLIBFileLock(uint32_t mask, int timeout);
@@ -121,8 +145,7 @@ KOVA_API int KLIBFileITmpName(const char *szBase, char *szDst, int cbDst);
 KOVA_API int BlKLIBFileExist(const char *szPath);
 KOVA_API FILE *pfKLIBSysFopen(const char *szPath, const char *szModeFormat, ...);
 KOVA_API FILE *pfKLIBSysFdopen(int fd, const char *szModeFormat, ...);
-KOVA_API FILE *pfKLIBSysFreopen(const char *szPath, FILE *stream, const char *szModeFormat,
-                                ...);
+KOVA_API FILE *pfKLIBSysFreopen(const char *szPath, FILE *stream, const char *szModeFormat, ...);
 KOVA_API int KLIBSysRemove(const char *szPath);
 KOVA_API int KLIBSysRename(const char *szOld, const char *szNew);
 KOVA_API int KLIBSysRmdir(const char *szPath);

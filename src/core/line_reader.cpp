@@ -7,12 +7,15 @@
 
 namespace kova {
 
-LineReader::~LineReader() { free(buf_); }
+LineReader::~LineReader() {
+    free(buf_);
+}
 
 bool LineReader::reserve(size_t needed) {
     if (needed <= cap_) return true;
     size_t cap = cap_ == 0 ? 256 : cap_;
-    while (cap < needed) cap *= 2;
+    while (cap < needed)
+        cap *= 2;
     void *grown = xrealloc(buf_, cap);
     if (grown == nullptr) {
         out_of_memory_ = failed_ = true;

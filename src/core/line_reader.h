@@ -10,7 +10,7 @@
 namespace kova {
 
 class LineReader {
-public:
+  public:
     explicit LineReader(FILE *stream) : stream_(stream) {}
     LineReader(const LineReader &) = delete;
     LineReader &operator=(const LineReader &) = delete;
@@ -32,7 +32,7 @@ public:
     bool failed() const { return failed_; }
     bool out_of_memory() const { return out_of_memory_; }
 
-private:
+  private:
     bool reserve(size_t needed);
 
     FILE *stream_;

@@ -15,7 +15,7 @@
 namespace kova {
 
 class TempFile {
-public:
+  public:
     // The step that failed, so that each caller can raise its own line for it.
     enum class Step { kNone, kCreate, kStream, kFlush, kSync, kOwner, kClose, kRename };
 
@@ -41,7 +41,7 @@ public:
     // errno of the failed step.
     int failed_errno() const { return errno_; }
 
-private:
+  private:
     bool fail(Step step);
 
     char path_[PATH_MAX + 8] = "";

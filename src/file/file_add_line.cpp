@@ -12,8 +12,8 @@ namespace {
 constexpr int kReadFailedLine = 172;
 
 int create_file(const char *path, const char *text) {
-    const auto step =
-        kova::file::write_new_file(path, [&](FILE *out) { return kova::file::put_line(out, text); });
+    const auto step = kova::file::write_new_file(
+        path, [&](FILE *out) { return kova::file::put_line(out, text); });
     if (step == kova::file::NewFileStep::kNone) return 1;
     kova::raise(step == kova::file::NewFileStep::kOpen ? ERR_OPEN_FAILED : ERR_WRITE_FAILED);
     return -1;
@@ -109,8 +109,7 @@ int KLIBFileAddLine(const char *szPath, const char *szPattern, const char *szTex
         }
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED,
-                    kReadFailedLine);
+        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kReadFailedLine);
         return -1;
     }
     // Past the last line: appended, on a line of its own.

@@ -4,8 +4,7 @@
 #include "core/raise.h"
 #include "file/file_internal.h"
 
-int KLIBFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int cbBuf,
-                        int flags) {
+int KLIBFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int cbBuf, int flags) {
     if (szPath == nullptr || szKey == nullptr || flags < 0 || (szBuf == nullptr && cbBuf != 0)) {
         kova::raise(ERR_BAD_PARAMETERS, 52);
         return -1;

@@ -4,10 +4,8 @@
 #include "core/raise.h"
 #include "file/file_internal.h"
 
-int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int cbBuf,
-                    int flags) {
-    if (szPath == nullptr || szPattern == nullptr || szBuf == nullptr || cbBuf <= 0 ||
-        flags < 0) {
+int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int cbBuf, int flags) {
+    if (szPath == nullptr || szPattern == nullptr || szBuf == nullptr || cbBuf <= 0 || flags < 0) {
         kova::raise(ERR_BAD_PARAMETERS, 51);
         return -1;
     }

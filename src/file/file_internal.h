@@ -11,6 +11,7 @@
 #include "core/owners.h"
 #include "core/temp_file.h"
 #include "kovasdk/file.h"
+#include "kovasdk/hash.h"
 
 namespace kova::file {
 
@@ -156,6 +157,26 @@ namespace kova::file {
 long match_line_number(FILE *stream, const char *pattern, int flags, bool *out_of_memory);
 
 // Writes text and a line feed ("%s\n").
-inline bool put_line(FILE *out, const char *text) { return fprintf(out, "%s\n", text) >= 0; }
+inline bool put_line(FILE *out, const char *text) {
+    return fprintf(out, "%s\n", text) >= 0;
+}
+
+}  // namespace kova::file
+
+namespace kova::file {
+
+// "[" in column 0 and "]" as the last byte before trailing white space (C locale isspace).
+bool is_section(std::string_view line);
+// A header whose text right after "[" is name, directly followed by "]" and white space only.
+bool match_section(std::string_view line, std::string_view name);
+// A line that ends a section's body: its first byte is "[".
+inline bool starts_section(std::string_view line) {
+    return !line.empty() && line[0] == '[';
+}
+
+// Sets the pair of one NUL-terminated line into the hash (work is a scratch list); a line that
+// is no pair is skipped, leaving the code of KLIBStrSepPair set. False only when the hash could
+// not take the pair or memory ran out.
+bool set_pair_line(const char *line, PKLIBSZLIST *work, PKLIBSZHASH *hash);
 
 }  // namespace kova::file

@@ -49,8 +49,7 @@ Pass take_once(uint32_t mask, int operation, uint32_t *touched) {
 int ErrKLIBFileLock(uint32_t mask, int timeout) {
     if (ErrKLIBILockCheckDir() != 0) return -1;
     const int operation = static_cast<int>(mask & KLIB_LOCK_OP_MASK);
-    for (long elapsed = 0; elapsed <= static_cast<long>(timeout) * 100;
-         elapsed += kTicksPerRetry) {
+    for (long elapsed = 0; elapsed <= static_cast<long>(timeout) * 100; elapsed += kTicksPerRetry) {
         uint32_t touched = 0;
         const Pass pass = take_once(mask, operation, &touched);
         if (pass == Pass::kTaken) return 0;

@@ -5,7 +5,15 @@
 
 #include "kovasdk/file.h"
 
-int KLIBSysRemove(const char *szPath) { return remove(szPath); }
-int KLIBSysRename(const char *szOld, const char *szNew) { return rename(szOld, szNew); }
-int KLIBSysRmdir(const char *szPath) { return rmdir(szPath); }
-int KLIBSysUnlink(const char *szPath) { return unlink(szPath); }
+int KLIBSysRemove(const char *szPath) {
+    return remove(szPath);
+}
+int KLIBSysRename(const char *szOld, const char *szNew) {
+    return rename(szOld, szNew);
+}
+int KLIBSysRmdir(const char *szPath) {
+    return rmdir(szPath);
+}
+int KLIBSysUnlink(const char *szPath) {
+    return unlink(szPath);
+}

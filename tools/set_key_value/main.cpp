@@ -20,8 +20,8 @@ bool is_system_info_file(const char *path) {
     snprintf(info, sizeof info, "%s/etc/kovainfo.conf", root != nullptr ? root : "");
     char resolved_info[PATH_MAX];
     char resolved_path[PATH_MAX];
-    return realpath(info, resolved_info) != nullptr &&
-           realpath(path, resolved_path) != nullptr && strcmp(resolved_info, resolved_path) == 0;
+    return realpath(info, resolved_info) != nullptr && realpath(path, resolved_path) != nullptr &&
+           strcmp(resolved_info, resolved_path) == 0;
 }
 }  // namespace
 
@@ -31,7 +31,8 @@ int main(int argc, char **argv) {
         return 2;
     }
     const bool lock = is_system_info_file(argv[1]);
-    if (lock && ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, kLockSeconds) != 0) {
+    if (lock &&
+        ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, kLockSeconds) != 0) {
         fprintf(stderr, "set_key_value: %s is locked by another writer\n", argv[1]);
         return 1;
     }
