@@ -38,8 +38,7 @@ int ErrKLIBFileAddSection(const char *szPath, const char *szSection, const KLIBS
         return -1;
     }
     if (ErrKLIBIFileHash2File(file.get(), szSection, pHash, szFormat) != 0) return -1;
-    if (fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 ||
-        fclose(file.release()) != 0) {
+    if (fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 || fclose(file.release()) != 0) {
         kova::raise(ERR_WRITE_FAILED);
         return -1;
     }

@@ -111,7 +111,8 @@ int KLIBFileSetKeys(const char *szPath, PKLIBSZHASH pSet, PKLIBSZHASH pRemove,
         while (reader.next()) {
             const LineResult result = move_line(reader, pSet, pRemove, format, temp.stream());
             if (result == LineResult::kFailed) {
-                kova::log(LOG_ERR, "%s:%d KLIBILineKeyMoveHash2File() failed! szBuf=%s, szFormat=%s",
+                kova::log(LOG_ERR,
+                          "%s:%d KLIBILineKeyMoveHash2File() failed! szBuf=%s, szFormat=%s",
                           __FILE_NAME__, __LINE__, reader.data(), format);
                 kova::raise(ERR_WRITE_FAILED);
                 return -1;
