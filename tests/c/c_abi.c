@@ -85,6 +85,20 @@ static void string_family(void) {
     CHECK(KOVAStrJoin(parts, 3, ", ", &joined, &size) == 0 && strcmp(joined, "a, b") == 0);
     free(joined);
     KLIBSzListFree(list);
+static void file_family(void) {
+    char name[64];
+    const KLIBFILELOCK *entry = &rgslckList[0];
+    CHECK(entry->bit == KLIB_LOCK_KOVAINFO && entry->pFile == NULL);
+    CHECK(strcmp(entry->szPath, "/tmp/lock/lock_kovainfo") == 0);
+    CHECK(rgslckList[KLIB_LOCK_ENTRIES].bit == 0);
+    CHECK(KLIBILineMatch("workgroup=\"HOME\"\n", "home\"",
+                         KLIB_FILE_MATCH_SUFFIX | KLIB_FILE_MATCH_NOCASE) == 1);
+    CHECK(KLIBILineMatch("#workgroup=HOME\n", "work", 0) == 0);
+    CHECK(KLIBFileITmpName("/etc/kovainfo.conf.", name, (int)sizeof name) == 0);
+    CHECK(KLIBFileGetKeyValue("/nonexistent/kovainfo.conf", "hostname", NULL, 0, 0) == -1);
+    CHECK(KLIBErrGet() == ERR_OPEN_FAILED);
+    CHECK(BlKLIBFileExist("/nonexistent/kovainfo.conf") == 0);
+    CHECK(ErrKLIBFileCloseLock() == 0);
 }
 
 int main(void) {
@@ -92,6 +106,7 @@ int main(void) {
     list_family();
     hash_family();
     string_family();
+    file_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

@@ -10,6 +10,8 @@ namespace kovactl {
 namespace {
 
 const Command kCommands[] = {
+    {"conf", "conf get|set|rm|sections|section FILE ...    read and change settings files",
+     cmd_conf},
     {"error", "error CODE | error --trace CODE    name of an error code / a raise's back trace",
      cmd_error},
     {"list", "list sort|casesort|and|or|sub ...    string-list operations on comma lists",
