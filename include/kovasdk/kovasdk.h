@@ -3,6 +3,9 @@
 #define KOVASDK_KOVASDK_H
 
 #include "error.h"
+#include "file.h"
+#include "hash.h"
+#include "kstring.h"
 #include "list.h"
 #include "unicode.h"
 
