@@ -85,6 +85,8 @@ static void string_family(void) {
     CHECK(KOVAStrJoin(parts, 3, ", ", &joined, &size) == 0 && strcmp(joined, "a, b") == 0);
     free(joined);
     KLIBSzListFree(list);
+}
+
 static void file_family(void) {
     char name[64];
     const KLIBFILELOCK *entry = &rgslckList[0];
