@@ -17,16 +17,18 @@ u_int seq_flag(int32_t mode) {
     }
 }
 
-// The mode that goes on past a reserved record: a walk begun at the first (last) record
-// continues forward (backward). SET continues forward too: searching again from the reserved
-// key just copied out would find the same record for ever.
-int32_t mode_after_reserved(int32_t mode) {
+// The mode in which a skipping walk goes on: begun at the first (last) record it continues
+// forward (backward) after the first record read, reserved or not, so that reading until the
+// end works from either side. SET goes on forward past a reserved record: searching again from
+// the reserved key just copied out would find the same record for ever.
+int32_t onward_mode(int32_t mode, bool reserved) {
     switch (mode) {
-        case KOVA_BDB_CURSOR_SET:
         case KOVA_BDB_CURSOR_FIRST:
             return KOVA_BDB_CURSOR_NEXT;
         case KOVA_BDB_CURSOR_LAST:
             return KOVA_BDB_CURSOR_PREV;
+        case KOVA_BDB_CURSOR_SET:
+            return reserved ? KOVA_BDB_CURSOR_NEXT : mode;
         default:
             return mode;
     }
@@ -34,8 +36,8 @@ int32_t mode_after_reserved(int32_t mode) {
 
 }  // namespace
 
-int KOVABDbCursorGet(PKOVABDB pDb, int blSkipReserved, void **ppKey, int32_t *pcbKey,
-                     void **ppData, int32_t *pcbData) {
+int KOVABDbCursorGet(PKOVABDB pDb, int blSkipReserved, void **ppKey, int32_t *pcbKey, void **ppData,
+                     int32_t *pcbData) {
     if (pDb == nullptr || ppKey == nullptr || pcbKey == nullptr || ppData == nullptr ||
         pcbData == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
@@ -66,8 +68,10 @@ int KOVABDbCursorGet(PKOVABDB pDb, int blSkipReserved, void **ppKey, int32_t *pc
         if (DBTCopyOut(&key, ppKey, pcbKey) != 0 || DBTCopyOut(&value, ppData, pcbData) != 0) {
             return -1;
         }
-        if (blSkipReserved != 1 || !kova::bdb::is_reserved(key.data, key.size)) return 0;
-        const int32_t next = mode_after_reserved(pDb->nCursorType);
-        if (next != pDb->nCursorType) KOVABDbCursorSetType(pDb, next);
+        if (blSkipReserved != 1) return 0;
+        const bool reserved = kova::bdb::is_reserved(*ppKey, static_cast<size_t>(*pcbKey));
+        const int32_t onward = onward_mode(pDb->nCursorType, reserved);
+        if (onward != pDb->nCursorType) KOVABDbCursorSetType(pDb, onward);
+        if (!reserved) return 0;
     }
 }

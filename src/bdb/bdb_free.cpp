@@ -2,4 +2,6 @@
 
 #include "bdb/bdb_internal.h"
 
-void KOVABDbFree(void *pBuf) { free(pBuf); }
+void KOVABDbFree(void *pBuf) {
+    free(pBuf);
+}

@@ -9,7 +9,9 @@ namespace lr = kova::bdb::list_record;
 
 namespace {
 // toupper of the C locale, whatever locale the calling program has set.
-char c_locale_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+char c_locale_upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
 }  // namespace
 
 int KOVAListDBSet(PKOVABDB pDb, const char *szName, const KLIBSZLIST *pList) {
@@ -25,7 +27,8 @@ int KOVAListDBSet(PKOVABDB pDb, const char *szName, const KLIBSZLIST *pList) {
         return -1;
     }
     key.get()[0] = KOVA_BDB_RESERVED_PREFIX;
-    for (size_t i = 0; i <= name_len; ++i) key.get()[i + 1] = c_locale_upper(szName[i]);
+    for (size_t i = 0; i <= name_len; ++i)
+        key.get()[i + 1] = c_locale_upper(szName[i]);
 
     kova::UniqueMalloc<void> packed(KOVAListDBPack(pList, pList->cbSize));
     if (packed == nullptr) {

@@ -39,15 +39,17 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
 
     BTREEINFO dup_info{};
     dup_info.flags = R_DUP;
-    handle->pDb = dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
+    handle->pDb =
+        dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
     if (handle->pDb == nullptr) {
         const int err = errno;
+        const int line = __LINE__;  // logged and raised alike
         const uint32_t code = open_code_for_errno(err);
         if (code == ERR_OPEN_FAILED) {
             kova::log(LOG_NOTICE, "%s:%d errno=%d/%m, dbopen failed.", kova::base_name(__FILE__),
-                      __LINE__, err);
+                      line, err);
         }
-        kova::raise(code);
+        kova::raise(code, line);
         free(handle);
         return nullptr;
     }
@@ -55,8 +57,8 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
 
     // Every process of the appliance reads the caches, whatever the creator's umask.
     if (geteuid() == 0 && chmod(szPath, 0666) != 0) {
-        kova::log(LOG_ERR, "%s:%d errno=%d/%m, chmod failed.", kova::base_name(__FILE__),
-                  __LINE__, errno);
+        kova::log(LOG_ERR, "%s:%d errno=%d/%m, chmod failed.", kova::base_name(__FILE__), __LINE__,
+                  errno);
     }
     return handle;
 }

@@ -1,7 +1,6 @@
 #include "bdb/bdb_internal.h"
 
-int KOVABDbSet(PKOVABDB pDb, const void *pKey, int32_t cbKey, const void *pData,
-               int32_t cbData) {
+int KOVABDbSet(PKOVABDB pDb, const void *pKey, int32_t cbKey, const void *pData, int32_t cbData) {
     if (pDb == nullptr || pKey == nullptr || cbKey <= 0 || pData == nullptr || cbData <= 0) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

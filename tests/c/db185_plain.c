@@ -23,9 +23,10 @@ static void print_bytes(const DBT *dbt) {
     }
 }
 
-static void print_value(const DBT *value) {
+/* Reserved records hold a native int; everything else is shown as bytes. */
+static void print_value(const DBT *key, const DBT *value) {
     int v;
-    if (value->size == sizeof v) {
+    if (*(const char *)key->data == '#' && value->size == sizeof v) {
         memcpy(&v, value->data, sizeof v);
         printf("%d", v);
     } else {
@@ -36,8 +37,7 @@ static void print_value(const DBT *value) {
 static const struct {
     const char *text;
     size_t len;
-} reserved[] = {
-    {"#KOVA@SYNC@TIME", 15}, {"#KOVA@DEPRECATED", 17}, {"#KOVA@EXPIRE@TIME", 17}};
+} reserved[] = {{"#KOVA@SYNC@TIME", 15}, {"#KOVA@DEPRECATED", 17}, {"#KOVA@EXPIRE@TIME", 17}};
 
 static int read_file(const char *path) {
     DB *db = dbopen(path, O_RDONLY, 0, DB_BTREE, NULL);
@@ -52,7 +52,7 @@ static int read_file(const char *path) {
         printf("record %lu ", (unsigned long)key.size);
         print_bytes(&key);
         printf(" = ");
-        print_value(&value);
+        print_value(&key, &value);
         printf("\n");
     }
     for (i = 0; i < sizeof reserved / sizeof reserved[0]; ++i) {
@@ -60,7 +60,7 @@ static int read_file(const char *path) {
         key.size = reserved[i].len;
         printf("get %s/%lu = ", reserved[i].text, (unsigned long)reserved[i].len);
         if (db->get(db, &key, &value, 0) == 0) {
-            print_value(&value);
+            print_value(&key, &value);
             printf("\n");
         } else {
             printf("absent\n");
