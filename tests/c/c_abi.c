@@ -10,12 +10,12 @@
 
 static int failures = 0;
 
-#define CHECK(cond)                                                   \
-    do {                                                              \
-        if (!(cond)) {                                                \
+#define CHECK(cond)                                                                  \
+    do {                                                                             \
+        if (!(cond)) {                                                               \
             fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++failures;                                               \
-        }                                                             \
+            ++failures;                                                              \
+        }                                                                            \
     } while (0)
 
 static void error_family(void) {
@@ -45,7 +45,7 @@ static void list_family(void) {
     CHECK(strcmp(SzKLIBSzListGet(list, 0), "alpha") == 0);
 
     other = PslKLIBSzListAlloc(0);
-    CHECK(KLIBSzListPush(&other, "Beta") == 0);
+    CHECK(KLIBSzListPush(&other, "beta") == 0);
     both = PslKLIBSzListAnd(list, other, KLIB_SZLIST_NEW_LIST);
     CHECK(both != NULL && both->nItem == 1);
     KLIBSzListFree(both);

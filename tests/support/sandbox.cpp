@@ -55,19 +55,28 @@ void collect(int priority, const char *line, void *context) {
 }
 }  // namespace
 
-LogCapture::LogCapture() { kova::testing::set_log_sink(collect, &lines_); }
-LogCapture::~LogCapture() { kova::testing::set_log_sink(nullptr, nullptr); }
-
-bool LogCapture::contains(int priority, const std::string &text) const {
-    return std::any_of(lines_.begin(), lines_.end(), [&](const LogLine &l) {
-        return l.priority == priority && l.text == text;
-    });
+LogCapture::LogCapture() {
+    kova::testing::set_log_sink(collect, &lines_);
+}
+LogCapture::~LogCapture() {
+    kova::testing::set_log_sink(nullptr, nullptr);
 }
 
-AllocationFailure::AllocationFailure(long nth) { kova::testing::fail_allocation(nth); }
-AllocationFailure::~AllocationFailure() { kova::testing::fail_allocation(0); }
+bool LogCapture::contains(int priority, const std::string &text) const {
+    return std::any_of(lines_.begin(), lines_.end(),
+                       [&](const LogLine &l) { return l.priority == priority && l.text == text; });
+}
 
-long allocation_count() { return kova::testing::allocation_count(); }
+AllocationFailure::AllocationFailure(long nth) {
+    kova::testing::fail_allocation(nth);
+}
+AllocationFailure::~AllocationFailure() {
+    kova::testing::fail_allocation(0);
+}
+
+long allocation_count() {
+    return kova::testing::allocation_count();
+}
 
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
