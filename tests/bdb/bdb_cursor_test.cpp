@@ -8,7 +8,7 @@ namespace kova::test {
 namespace {
 
 class BdbCursorTest : public BdbTest {
-protected:
+  protected:
     void SetUp() override {
         BdbTest::SetUp();
         ASSERT_NE(open_store(KOVA_BDB_DUP), nullptr);

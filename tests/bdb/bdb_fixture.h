@@ -16,7 +16,7 @@
 namespace kova::test {
 
 class BdbTest : public SandboxTest {
-protected:
+  protected:
     void SetUp() override { mkdir(path("/tmp").c_str(), 0755); }
     void TearDown() override {
         if (db_ != nullptr) KOVABDbClose(db_);

@@ -13,7 +13,8 @@ namespace {
 
 std::vector<std::string> items_of(const KLIBSZLIST *list) {
     std::vector<std::string> items;
-    for (int i = 0; i < list->nItem; ++i) items.emplace_back(SzKLIBSzListGet(list, i));
+    for (int i = 0; i < list->nItem; ++i)
+        items.emplace_back(SzKLIBSzListGet(list, i));
     return items;
 }
 
@@ -23,7 +24,8 @@ PKLIBSZLIST random_list(std::mt19937 &rng, int operations) {
     std::uniform_int_distribution<int> op(0, 9), len(0, 12), byte('a', 'z');
     for (int n = 0; n < operations; ++n) {
         std::string text(static_cast<size_t>(len(rng)), ' ');
-        for (char &c : text) c = static_cast<char>(byte(rng));
+        for (char &c : text)
+            c = static_cast<char>(byte(rng));
         const int choice = op(rng);
         if (choice < 6 || list->nItem == 0) {
             EXPECT_GE(KLIBSzListPush(&list, text.c_str()), 0);
@@ -57,7 +59,8 @@ TEST(BdbListRecordTest, RandomListsSurvivePackAndUnpack) {
         for (size_t at : pointer_slots(list)) {
             uintptr_t slot;
             memcpy(&slot, static_cast<char *>(packed) + at, sizeof slot);
-            ASSERT_LE(slot, static_cast<uintptr_t>(list->cbSize)) << "an absolute pointer at " << at;
+            ASSERT_LE(slot, static_cast<uintptr_t>(list->cbSize))
+                << "an absolute pointer at " << at;
             EXPECT_NE(slot, base);
         }
 
@@ -134,7 +137,8 @@ TEST(BdbListRecordTest, DamagedRecordsAreRefusedOrHarmless) {
             continue;
         }
         size_t total = 0;
-        for (int i = 0; i < back->nItem; ++i) total += strlen(SzKLIBSzListGet(back, i));
+        for (int i = 0; i < back->nItem; ++i)
+            total += strlen(SzKLIBSzListGet(back, i));
         EXPECT_LT(total, static_cast<size_t>(size) * static_cast<size_t>(back->nItem + 1));
         KLIBSzListFree(back);
     }
@@ -148,11 +152,13 @@ class BdbListDbSetTest : public BdbTest {};
 TEST_F(BdbListDbSetTest, StoresUnderUpperCasedReservedKey) {
     ASSERT_NE(open_store(KOVA_BDB_DUP), nullptr);
     PKLIBSZLIST list = PslKLIBSzListAlloc(0);
-    for (const char *name : {"alice", "bob", "", "Émile"}) ASSERT_GE(KLIBSzListPush(&list, name), 0);
+    for (const char *name : {"alice", "bob", "", "Émile"})
+        ASSERT_GE(KLIBSzListPush(&list, name), 0);
     ASSERT_EQ(KOVAListDBSet(db_, "Admins-é", list), 0);
     ASSERT_EQ(KOVAListDBSet(db_, "Admins-é", list), 0);  // replaced, not duplicated
 
-    const std::string key = std::string("#ADMINS-\xC3\xA9") + '\0';  // bytes beyond ASCII as they are
+    const std::string key =
+        std::string("#ADMINS-\xC3\xA9") + '\0';  // bytes beyond ASCII as they are
     const std::string value = get(key);
     ASSERT_EQ(value.size(), static_cast<size_t>(list->cbSize));
     PKLIBSZLIST back = KOVAListDBUnpack(value.data(), static_cast<int32_t>(value.size()));

@@ -111,9 +111,11 @@ std::string run_plain(const std::string &mode, const std::string &file) {
     if (pipe == nullptr) return "<popen failed>";
     std::string out;
     char buf[512];
-    for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+    for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;)
+        out.append(buf, n);
     const int status = pclose(pipe);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) out += "<exit " + std::to_string(status) + ">";
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        out += "<exit " + std::to_string(status) + ">";
     return out;
 }
 
@@ -131,12 +133,15 @@ TEST_F(BdbReservedTest, PlainProgramFindsReservedKeysAtTheirLengths) {
     memcpy(&expire, "\x01\x00\x00\x00", 4);
     EXPECT_EQ(run_plain("read", db_path()),
               "record 17 #KOVA@DEPRECATED\\0 = 1\n"
-              "record 17 #KOVA@EXPIRE@TIME = " + std::to_string(expire) + "\n"
-              "record 15 #KOVA@SYNC@TIME = 1700000000\n"
-              "record 5 alice = 1001\n"
-              "get #KOVA@SYNC@TIME/15 = 1700000000\n"
-              "get #KOVA@DEPRECATED/17 = 1\n"
-              "get #KOVA@EXPIRE@TIME/17 = " + std::to_string(expire) + "\n");
+              "record 17 #KOVA@EXPIRE@TIME = " +
+                  std::to_string(expire) +
+                  "\n"
+                  "record 15 #KOVA@SYNC@TIME = 1700000000\n"
+                  "record 5 alice = 1001\n"
+                  "get #KOVA@SYNC@TIME/15 = 1700000000\n"
+                  "get #KOVA@DEPRECATED/17 = 1\n"
+                  "get #KOVA@EXPIRE@TIME/17 = " +
+                  std::to_string(expire) + "\n");
 }
 
 TEST_F(BdbReservedTest, StoreReadsFileWrittenByPlainProgram) {

@@ -26,7 +26,9 @@ int failing_put(const DB *, DBT *, const DBT *, u_int) {
     errno = g_errno;
     return -1;
 }
-int existing_put(const DB *, DBT *, const DBT *, u_int) { return 1; }
+int existing_put(const DB *, DBT *, const DBT *, u_int) {
+    return 1;
+}
 int failing_del(const DB *, const DBT *, u_int) {
     errno = g_errno;
     return -1;
@@ -95,9 +97,10 @@ TEST_F(BdbStoreTest, DuplicateStoreKeepsOrdinaryDuplicatesButNeverReservedOnes) 
     const std::vector<std::string> all = walk(KOVA_BDB_CURSOR_FIRST, 0, &end);
     const int32_t t200 = 200, zero = 0;
     const std::vector<std::string> expected = {
-        std::string("#KOVA@DEPRECATED\0=", 18) + std::string(reinterpret_cast<const char *>(&zero), 4),
-        "#KOVA@SYNC@TIME=" + std::string(reinterpret_cast<const char *>(&t200), 4),
-        "#OTHER=b", "users=alice", "users=bob"};
+        std::string("#KOVA@DEPRECATED\0=", 18) +
+            std::string(reinterpret_cast<const char *>(&zero), 4),
+        "#KOVA@SYNC@TIME=" + std::string(reinterpret_cast<const char *>(&t200), 4), "#OTHER=b",
+        "users=alice", "users=bob"};
     EXPECT_EQ(all, expected);
     EXPECT_EQ(end, ERR_BDB_END_OF_RECORDS);
 
@@ -270,8 +273,8 @@ TEST_P(BdbErrnoTest, LibraryFailureIsLoggedAndMapped) {
     ASSERT_EQ(set("alice", "1001"), 0);
     g_errno = c.err;
     KLIBErrSet(ERR_SUCCESS);
-    const std::string tail = "errno=" + std::to_string(c.err) + "/" + strerror(c.err) +
-                             ", db->" + c.call + " failed.";
+    const std::string tail =
+        "errno=" + std::to_string(c.err) + "/" + strerror(c.err) + ", db->" + c.call + " failed.";
     LogCapture log;
     const std::string call = c.call;
     std::string file;
@@ -310,25 +313,17 @@ TEST_P(BdbErrnoTest, LibraryFailureIsLoggedAndMapped) {
 
 INSTANTIATE_TEST_SUITE_P(
     Calls, BdbErrnoTest,
-    ::testing::Values(ErrnoCase{"get", EIO, ERR_DISK_IO_FAILED},
-                      ErrnoCase{"get", EINTR, ERR_INTERRUPTED},
-                      ErrnoCase{"get", ENOSPC, ERR_BDB_GET_FAILED},
-                      ErrnoCase{"put", EIO, ERR_DISK_IO_FAILED},
-                      ErrnoCase{"put", EINTR, ERR_INTERRUPTED},
-                      ErrnoCase{"put", ENOSPC, ERR_NOT_ENOUGH_SPACE},
-                      ErrnoCase{"put", EACCES, ERR_BDB_PUT_FAILED},
-                      ErrnoCase{"del", EIO, ERR_DISK_IO_FAILED},
-                      ErrnoCase{"del", EINTR, ERR_INTERRUPTED},
-                      ErrnoCase{"del", ENOSPC, ERR_NOT_ENOUGH_SPACE},
-                      ErrnoCase{"del", EPERM, ERR_BDB_DEL_FAILED},
-                      ErrnoCase{"seq", EIO, ERR_DISK_IO_FAILED},
-                      ErrnoCase{"seq", EINTR, ERR_INTERRUPTED},
-                      ErrnoCase{"seq", EINVAL, ERR_BDB_GET_FAILED},
-                      ErrnoCase{"close", EIO, ERR_DISK_IO_FAILED},
-                      ErrnoCase{"close", EINTR, ERR_INTERRUPTED},
-                      ErrnoCase{"close", ENOSPC, ERR_NOT_ENOUGH_SPACE},
-                      ErrnoCase{"close", EROFS, ERR_READ_ONLY_FS},
-                      ErrnoCase{"close", EBADF, ERR_SUCCESS}),
+    ::testing::Values(
+        ErrnoCase{"get", EIO, ERR_DISK_IO_FAILED}, ErrnoCase{"get", EINTR, ERR_INTERRUPTED},
+        ErrnoCase{"get", ENOSPC, ERR_BDB_GET_FAILED}, ErrnoCase{"put", EIO, ERR_DISK_IO_FAILED},
+        ErrnoCase{"put", EINTR, ERR_INTERRUPTED}, ErrnoCase{"put", ENOSPC, ERR_NOT_ENOUGH_SPACE},
+        ErrnoCase{"put", EACCES, ERR_BDB_PUT_FAILED}, ErrnoCase{"del", EIO, ERR_DISK_IO_FAILED},
+        ErrnoCase{"del", EINTR, ERR_INTERRUPTED}, ErrnoCase{"del", ENOSPC, ERR_NOT_ENOUGH_SPACE},
+        ErrnoCase{"del", EPERM, ERR_BDB_DEL_FAILED}, ErrnoCase{"seq", EIO, ERR_DISK_IO_FAILED},
+        ErrnoCase{"seq", EINTR, ERR_INTERRUPTED}, ErrnoCase{"seq", EINVAL, ERR_BDB_GET_FAILED},
+        ErrnoCase{"close", EIO, ERR_DISK_IO_FAILED}, ErrnoCase{"close", EINTR, ERR_INTERRUPTED},
+        ErrnoCase{"close", ENOSPC, ERR_NOT_ENOUGH_SPACE},
+        ErrnoCase{"close", EROFS, ERR_READ_ONLY_FS}, ErrnoCase{"close", EBADF, ERR_SUCCESS}),
     [](const ::testing::TestParamInfo<ErrnoCase> &info) {
         return std::string(info.param.call) + "_" + strerrorname_np(info.param.err);
     });
