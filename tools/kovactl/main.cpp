@@ -10,6 +10,8 @@ namespace kovactl {
 namespace {
 
 const Command kCommands[] = {
+    {"bdb", "bdb dump|info|get|set|del|list-set FILE ...    records of a btree cache file",
+     cmd_bdb},
     {"error", "error CODE | error --trace CODE    name of an error code / a raise's back trace",
      cmd_error},
     {"list", "list sort|casesort|and|or|sub ...    string-list operations on comma lists",
