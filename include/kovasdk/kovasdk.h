@@ -4,6 +4,9 @@
 
 #include "bdb.h"
 #include "error.h"
+#include "file.h"
+#include "hash.h"
+#include "kstring.h"
 #include "list.h"
 #include "unicode.h"
 

@@ -1,12 +1,10 @@
 /* Every public header, compiled as C99 and called through the shared library. */
-#define _POSIX_C_SOURCE 200809L /* mkstemp, unlink: the record store needs a file */
 #include <kovasdk/kovasdk.h>
 
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 static int failures = 0;
 
@@ -54,9 +52,60 @@ static void list_family(void) {
     CHECK(KLIBUnicodeUTF8StrCaseCmp("\xC3\x84", "\xC3\xA4") == 0);
 }
 
+static void hash_family(void) {
+    PKLIBSZHASH hash = PshKLIBSzHashAlloc(0);
+    PKLIBSZLIST keys = PslKLIBSzListAlloc(0);
+    CHECK(hash != NULL && hash->nSlot == KLIB_SZHASH_INIT_SLOTS);
+    CHECK(KLIBSzHashSetValue(&hash, "abcd", "5000") == 5);
+    CHECK(KLIBSzHashSetValue(&hash, "z", "") >= 0);
+    CHECK(strcmp(SzKLIBSzHashGetValue(hash, "abcd"), "5000") == 0);
+    CHECK(KLIBSzHashEnumKey(hash, &keys) == 2 && strcmp(SzKLIBSzListGet(keys, 0), "abcd") == 0);
+    CHECK(strcmp(SzKLIBSzHashRemoveKey(hash, "z"), "") == 0);
+    CHECK(KLIBSzHashPairNum(hash) == 1 && KLIBSzHashGetLength(NULL) == 0xFFFFFFFFu);
+    CHECK(KLIBIRadixHashCode("abcd", 31) == 5 && KLIBIFileCheckFormat("%s=%s\n") == 1);
+    CHECK(PslSzHashRemoveAll(hash) == hash && KLIBSzHashGetLength(hash) == 0);
+    KLIBSzListFree(keys);
+    KLIBSzHashFree(hash);
+}
+
+static void string_family(void) {
+    char text[32] = "  \"Mixed Case\"  ";
+    char out[32];
+    const char *parts[3] = {"a", NULL, "b"};
+    char *joined = NULL;
+    int size = 0;
+    PKLIBSZLIST list = PslKLIBSzListAlloc(0);
+    CHECK(KLIBStrTrimSpace(text, NULL) == 10 && strcmp(text, "Mixed Case") == 0);
+    CHECK(SzKLIBStrCaseLower(text, 0, NULL, 32) == text && strcmp(text, "mixed case") == 0);
+    CHECK(KLIBStrEncodeColon("a:b;c", out, 31) == 7 && strcmp(out, "a;,b;;c") == 0);
+    CHECK(KLIBStrHexCodeToString("417A", out, 31) == 2 && strcmp(out, "Az") == 0);
+    CHECK(KLIBStrReplace(text, "case", "CASE", NULL, 31) == 1 && strcmp(text, "mixed CASE") == 0);
+    CHECK(KLIBStrSepPair("key = \"a b\"", &list) == 0 && list->nItem == 2);
+    CHECK(KLIBStrSep("x,,y", ",", &list) == 3 && KLIBStrTok("x,,y", ",", &list) == 2);
+    CHECK(KOVAStrNobodyFilter("nobody,alice", &list) == 1);
+    CHECK(KOVAStrJoin(parts, 3, ", ", &joined, &size) == 0 && strcmp(joined, "a, b") == 0);
+    free(joined);
+    KLIBSzListFree(list);
+}
+
+static void file_family(void) {
+    char name[64];
+    const KLIBFILELOCK *entry = &rgslckList[0];
+    CHECK(entry->bit == KLIB_LOCK_KOVAINFO && entry->pFile == NULL);
+    CHECK(strcmp(entry->szPath, "/tmp/lock/lock_kovainfo") == 0);
+    CHECK(rgslckList[KLIB_LOCK_ENTRIES].bit == 0);
+    CHECK(KLIBILineMatch("workgroup=\"HOME\"\n", "home\"",
+                         KLIB_FILE_MATCH_SUFFIX | KLIB_FILE_MATCH_NOCASE) == 1);
+    CHECK(KLIBILineMatch("#workgroup=HOME\n", "work", 0) == 0);
+    CHECK(KLIBFileITmpName("/etc/kovainfo.conf.", name, (int)sizeof name) == 0);
+    CHECK(KLIBFileGetKeyValue("/nonexistent/kovainfo.conf", "hostname", NULL, 0, 0) == -1);
+    CHECK(KLIBErrGet() == ERR_OPEN_FAILED);
+    CHECK(BlKLIBFileExist("/nonexistent/kovainfo.conf") == 0);
+    CHECK(ErrKLIBFileCloseLock() == 0);
+}
+
 static void bdb_family(void) {
-    char path[] = "c_abi_bdb.XXXXXX";
-    int fd = mkstemp(path);
+    const char *path = "c_abi_bdb.db"; /* in the test's working directory */
     PKOVABDB db;
     PKLIBSZLIST list = PslKLIBSzListAlloc(0);
     void *packed;
@@ -66,9 +115,7 @@ static void bdb_family(void) {
     int32_t cbValue = 0;
     int32_t *syncTime = NULL;
 
-    CHECK(fd >= 0);
-    close(fd);
-    unlink(path); /* an empty file is no btree: let the store create it */
+    remove(path);
     db = KOVABDbOpen(path, O_RDWR | O_CREAT, KOVA_BDB_DUP);
     CHECK(db != NULL && db->nCursorType == KOVA_BDB_CURSOR_NEXT);
     if (db == NULL) return;
@@ -93,13 +140,16 @@ static void bdb_family(void) {
     KOVABDbFree(key);
     KOVABDbFree(value);
     CHECK(KOVABDbClose(db) == 0);
-    unlink(path);
+    remove(path);
 }
 
 int main(void) {
     error_family();
     list_family();
     bdb_family();
+    hash_family();
+    string_family();
+    file_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;
