@@ -2,6 +2,7 @@
 #ifndef KOVASDK_KOVASDK_H
 #define KOVASDK_KOVASDK_H
 
+#include "bdb.h"
 #include "error.h"
 #include "file.h"
 #include "hash.h"

@@ -1,6 +1,7 @@
 /* Every public header, compiled as C99 and called through the shared library. */
 #include <kovasdk/kovasdk.h>
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -103,9 +104,49 @@ static void file_family(void) {
     CHECK(ErrKLIBFileCloseLock() == 0);
 }
 
+static void bdb_family(void) {
+    const char *path = "c_abi_bdb.db"; /* in the test's working directory */
+    PKOVABDB db;
+    PKLIBSZLIST list = PslKLIBSzListAlloc(0);
+    void *packed;
+    void *key = NULL;
+    void *value = NULL;
+    int32_t cbKey = 0;
+    int32_t cbValue = 0;
+    int32_t *syncTime = NULL;
+
+    remove(path);
+    db = KOVABDbOpen(path, O_RDWR | O_CREAT, KOVA_BDB_DUP);
+    CHECK(db != NULL && db->nCursorType == KOVA_BDB_CURSOR_NEXT);
+    if (db == NULL) return;
+    CHECK(KOVABDbSet(db, "alice", 5, "1001", 4) == 0);
+    CHECK(KOVABDbConfSyncTimeSet(db, 1700000000) == 0);
+    CHECK(KOVABDbIsNeedToRebuild(db, 1700000000) == 0);
+    CHECK(KOVABDbConfSyncTimeGet(db, &syncTime) == 0 && *syncTime == 1700000000);
+    KOVABDbFree(syncTime);
+    CHECK(KOVABDbGet(db, "alice", 5, &value, &cbValue) == 0 && cbValue == 4);
+    CHECK(KOVABDbCursorSetType(db, KOVA_BDB_CURSOR_FIRST) == 0);
+    CHECK(KOVABDbCursorGet(db, 1, &key, &cbKey, &value, &cbValue) == 0 && cbKey == 5);
+    CHECK(KOVABDbCursorGet(db, 1, &key, &cbKey, &value, &cbValue) == -1 &&
+          KLIBErrGet() == ERR_BDB_END_OF_RECORDS);
+    CHECK(KOVACheckAndRealloc(&value, &cbValue, 64) == 0 && cbValue == 64);
+
+    CHECK(KLIBSzListPush(&list, "admin") == 0);
+    packed = KOVAListDBPack(list, list->cbSize);
+    CHECK(packed != NULL);
+    CHECK(KOVAListDBSet(db, "groups", list) == 0);
+    KOVABDbFree(packed);
+    KLIBSzListFree(list);
+    KOVABDbFree(key);
+    KOVABDbFree(value);
+    CHECK(KOVABDbClose(db) == 0);
+    remove(path);
+}
+
 int main(void) {
     error_family();
     list_family();
+    bdb_family();
     hash_family();
     string_family();
     file_family();

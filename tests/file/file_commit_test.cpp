@@ -18,7 +18,7 @@ using kova::test::read_file;
 using kova::test::write_file;
 
 class FileCommit : public kova::test::SandboxTest {
-protected:
+  protected:
     std::string conf_ = path("/etc/test.conf");
 };
 
@@ -82,7 +82,8 @@ TEST_F(FileCommit, FullDiskLeavesTheOldFile) {
     }
     const std::string conf = mnt + "/full.conf";
     std::string old;
-    for (int i = 0; i < 200; ++i) old += "key" + std::to_string(i) + "=\"value\"\n";
+    for (int i = 0; i < 200; ++i)
+        old += "key" + std::to_string(i) + "=\"value\"\n";
     write_file(conf, old);
     // Fill what is left, then give back just under what a rewrite would need.
     write_file(mnt + "/filler", std::string(128 * 1024, 'x'));

@@ -24,7 +24,7 @@ constexpr int kRounds = 200;
 constexpr uint32_t kInfoExclusive = KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB;
 
 class FileConcurrency : public kova::test::SandboxTest {
-protected:
+  protected:
     void TearDown() override { ErrKLIBFileCloseLock(); }
     std::string conf_ = path("/etc/kovainfo.conf");
 };
@@ -35,13 +35,15 @@ bool complete(const std::string &text) {
     if (text.rfind("# head\n", 0) != 0) return false;
     if (text.size() < 7 || text.compare(text.size() - 7, 7, "tail=1\n") != 0) return false;
     int lines = 0;
-    for (const char c : text) lines += c == '\n';
+    for (const char c : text)
+        lines += c == '\n';
     return lines == kWriters + 2;
 }
 
 TEST_F(FileConcurrency, WritersUnderTheLockLoseNoUpdate) {
     std::string initial = "# head\n";
-    for (int w = 0; w < kWriters; ++w) initial += "writer" + std::to_string(w) + "=0\n";
+    for (int w = 0; w < kWriters; ++w)
+        initial += "writer" + std::to_string(w) + "=0\n";
     write_file(conf_, initial + "tail=1\n");
     const std::string conf = conf_;
 
@@ -78,7 +80,8 @@ TEST_F(FileConcurrency, WritersUnderTheLockLoseNoUpdate) {
             return 0;
         });
     }
-    for (const pid_t pid : writers) EXPECT_EQ(wait_child(pid), 0);
+    for (const pid_t pid : writers)
+        EXPECT_EQ(wait_child(pid), 0);
     close(stop[1]);
     EXPECT_EQ(wait_child(reader), 0);
 
@@ -94,7 +97,8 @@ TEST_F(FileConcurrency, WritersUnderTheLockLoseNoUpdate) {
 // The file with value n: a large fixed body, so that each rewrite takes a while, and one key.
 std::string version(int n) {
     std::string text;
-    for (int i = 0; i < 3000; ++i) text += "filler" + std::to_string(i) + "=\"0123456789\"\n";
+    for (int i = 0; i < 3000; ++i)
+        text += "filler" + std::to_string(i) + "=\"0123456789\"\n";
     return text + "round=" + std::to_string(n) + "\n";
 }
 

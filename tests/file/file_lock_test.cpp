@@ -18,7 +18,7 @@ constexpr uint32_t kInfoExclusive = KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOC
 constexpr uint32_t kInfoShared = KLIB_LOCK_KOVAINFO | KLIB_LOCK_SH | KLIB_LOCK_NB;
 
 class FileLock : public kova::test::SandboxTest {
-protected:
+  protected:
     void TearDown() override { ErrKLIBFileCloseLock(); }
 
     // Whether another process can take the mask right now (timeout 0).

@@ -12,13 +12,14 @@ using kova::test::read_file;
 using kova::test::write_file;
 
 class FileSection : public kova::test::SandboxTest {
-protected:
+  protected:
     void TearDown() override { KLIBSzHashFree(hash_); }
 
     PKLIBSZHASH make(std::initializer_list<std::pair<const char *, const char *>> pairs) {
         KLIBSzHashFree(hash_);
         hash_ = PshKLIBSzHashAlloc(0);
-        for (const auto &[k, v] : pairs) EXPECT_GE(KLIBSzHashSetValue(&hash_, k, v), 0);
+        for (const auto &[k, v] : pairs)
+            EXPECT_GE(KLIBSzHashSetValue(&hash_, k, v), 0);
         return hash_;
     }
     std::string value(const char *key) {
@@ -33,8 +34,7 @@ protected:
 TEST_F(FileSection, HeaderRecognition) {
     const std::string global = "[global] \t\n";
     EXPECT_EQ(KLIBIFileIsSection(global.c_str(), static_cast<int>(global.size())), 1);
-    EXPECT_EQ(KLIBIFileMatchSection(global.c_str(), static_cast<int>(global.size()), "global"),
-              1);
+    EXPECT_EQ(KLIBIFileMatchSection(global.c_str(), static_cast<int>(global.size()), "global"), 1);
     EXPECT_EQ(KLIBIFileIsSection("[global] x\n", 11), 0);
     EXPECT_EQ(KLIBIFileMatchSection("[global] x\n", 11, "global"), 0);
     EXPECT_EQ(KLIBIFileMatchSection("[Global]\n", 9, "global"), 0);
@@ -52,7 +52,7 @@ TEST_F(FileSection, GetSectionAndPairs) {
     EXPECT_EQ(KLIBFileGetSection(conf_.c_str(), "global", &hash_), 3);
     EXPECT_EQ(value("workgroup"), "LAN");  // later equal keys overwrite
     EXPECT_EQ(value("key"), "a b");
-    EXPECT_EQ(value("#a"), "1");        // comment lines are not special here (kept)
+    EXPECT_EQ(value("#a"), "1");           // comment lines are not special here (kept)
     EXPECT_EQ(value("late"), "<absent>");  // only the first section of a name
     KLIBSzHashFree(hash_);
     hash_ = PshKLIBSzHashAlloc(0);
@@ -108,7 +108,8 @@ TEST_F(FileSection, KeyOfSectionMergeAndSetPair) {
     EXPECT_EQ(ErrSetSecKeyVal(conf_.c_str(), "homes", "browseable", "no", nullptr), 1);
     EXPECT_EQ(KLIBFileGetSection(conf_.c_str(), "global", &hash_), 2);
     EXPECT_EQ(value("b"), "2");
-    EXPECT_EQ(read_file(conf_).substr(read_file(conf_).find("[homes]")), "[homes]\nbrowseable=no\n");
+    EXPECT_EQ(read_file(conf_).substr(read_file(conf_).find("[homes]")),
+              "[homes]\nbrowseable=no\n");
 
     const std::string flat = path("/etc/flat.conf");
     write_file(flat, "a=1\nb=2\n");

@@ -13,7 +13,7 @@ using kova::test::read_file;
 using kova::test::write_file;
 
 class FileSyntax : public kova::test::SandboxTest {
-protected:
+  protected:
     std::string conf_ = path("/etc/test.conf");
 
     // The value of key, or "<absent>" / "<error>".
@@ -91,8 +91,8 @@ TEST_F(FileSyntax, VeryLongLines) {
     EXPECT_EQ(KLIBFileGetKeyValue(conf_.c_str(), "big", buf.data(), needed, 0), needed);
     EXPECT_EQ(buf.c_str(), big);
     EXPECT_EQ(KLIBFileSetKeyValue(conf_.c_str(), "tail", "1", nullptr), 1);
-    EXPECT_EQ(read_file(conf_), "pad=" + std::string(100000, 'p') + "\nbig=\"" + big +
-                                    "\"\ntail=1\n");
+    EXPECT_EQ(read_file(conf_),
+              "pad=" + std::string(100000, 'p') + "\nbig=\"" + big + "\"\ntail=1\n");
 }
 
 TEST_F(FileSyntax, SetKeyValueRewrites) {
@@ -166,9 +166,9 @@ TEST_F(FileSyntax, LineMatchFlags) {
     EXPECT_EQ(KLIBILineMatch("hostname=box\n", "box", KLIB_FILE_MATCH_SUFFIX), 1);
     EXPECT_EQ(KLIBILineMatch("hostname=box", "box", KLIB_FILE_MATCH_SUFFIX), 1);
     EXPECT_EQ(KLIBILineMatch("hostname=box\n", "box\n", KLIB_FILE_MATCH_SUFFIX), 0);
-    EXPECT_EQ(KLIBILineMatch("hostname=box\n", "host",
-                             KLIB_FILE_MATCH_PREFIX | KLIB_FILE_MATCH_SUFFIX),
-              0);
+    EXPECT_EQ(
+        KLIBILineMatch("hostname=box\n", "host", KLIB_FILE_MATCH_PREFIX | KLIB_FILE_MATCH_SUFFIX),
+        0);
     EXPECT_EQ(KLIBILineMatch("Größe=1\n", "GRÖSSE", KLIB_FILE_MATCH_NOCASE), 1);
     EXPECT_EQ(KLIBILineMatch("Größe=1\n", "GRÖSSE", 0), 0);
     EXPECT_EQ(KLIBILineMatch("bad=\xff\n", "BAD", KLIB_FILE_MATCH_NOCASE), 0);
@@ -248,8 +248,8 @@ TEST_F(FileSyntax, LinesByKeyCommentsAndReplace) {
 
 // The family's trimming is the string utilities' trimming.
 TEST_F(FileSyntax, TrimAgreesWithStringUtilities) {
-    const char *samples[] = {" a ", "\"a\"", "\" a \"", "\"", "\"\"", " \t\"x\"\r\n", "a\"",
-                             "\"\"\"", ""};
+    const char *samples[] = {" a ",          "\"a\"", "\" a \"", "\"", "\"\"",
+                             " \t\"x\"\r\n", "a\"",   "\"\"\"",  ""};
     for (const char *s : samples) {
         write_file(conf_, std::string("k=") + s + "\n");
         char trimmed[32];

@@ -9,14 +9,15 @@
 namespace {
 
 class FileTools : public kova::test::SandboxTest {
-protected:
+  protected:
     // Runs a command line; its standard output and exit status.
     std::pair<std::string, int> run(const std::string &command) {
         FILE *pipe = popen(command.c_str(), "r");
         std::string out;
         char buf[256];
         size_t n = 0;
-        while (pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
+        while (pipe != nullptr && (n = fread(buf, 1, sizeof buf, pipe)) > 0)
+            out.append(buf, n);
         const int status = pipe != nullptr ? pclose(pipe) : -1;
         return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
     }

@@ -46,7 +46,8 @@ const char *take_section(int *argc, char **argv) {
     for (int i = 0; i + 1 < *argc; ++i) {
         if (strcmp(argv[i], "--section") != 0) continue;
         const char *name = argv[i + 1];
-        for (int j = i; j + 2 <= *argc; ++j) argv[j] = argv[j + 2];
+        for (int j = i; j + 2 <= *argc; ++j)
+            argv[j] = argv[j + 2];
         *argc -= 2;
         return name;
     }
@@ -87,8 +88,9 @@ int get(const char *file, const char *key, const char *section) {
 }
 
 // Writers take the settings lock around the change, like the appliance's own programs.
-int locked_change(const char *what, int (*change)(const char *, const char *, const char *,
-                                                  const char *, const char *),
+int locked_change(const char *what,
+                  int (*change)(const char *, const char *, const char *, const char *,
+                                const char *),
                   const char *file, const char *a, const char *b, const char *c) {
     if (ErrKLIBFileLock(kWriteLock, kLockSeconds) != 0) return report_failure(what);
     const int rc = change(file, a, b, c, format_for(file));
@@ -104,7 +106,7 @@ int set_flat(const char *file, const char *key, const char *value, const char *,
 int set_in_section(const char *file, const char *key, const char *value, const char *section,
                    const char *) {
     return ErrSetSecKeyVal(file, section, key, value, nullptr) == 1 ? 0
-                                                                   : report_failure("conf set");
+                                                                    : report_failure("conf set");
 }
 
 int remove_key(const char *file, const char *key, const char *, const char *, const char *) {
@@ -144,7 +146,8 @@ int cmd_conf(int argc, char **argv) {
     if (strcmp(op, "sections") == 0 && argc == 3) {
         PKLIBSZLIST names = nullptr;
         if (KLIBFileEnumSection(file, &names) < 0) return report_failure("conf sections");
-        for (int i = 0; i < names->nItem; ++i) printf("%s\n", names->pszItem[i]);
+        for (int i = 0; i < names->nItem; ++i)
+            printf("%s\n", names->pszItem[i]);
         KLIBSzListFree(names);
         return 0;
     }

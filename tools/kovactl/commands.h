@@ -9,6 +9,7 @@ struct Command {
     int (*run)(int argc, char **argv);  // argv[0] is the subcommand's name
 };
 
+int cmd_bdb(int argc, char **argv);
 int cmd_conf(int argc, char **argv);
 int cmd_error(int argc, char **argv);
 int cmd_list(int argc, char **argv);

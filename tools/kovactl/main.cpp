@@ -10,6 +10,8 @@ namespace kovactl {
 namespace {
 
 const Command kCommands[] = {
+    {"bdb", "bdb dump|info|get|set|del|list-set FILE ...    records of a btree cache file",
+     cmd_bdb},
     {"conf", "conf get|set|rm|sections|section FILE ...    read and change settings files",
      cmd_conf},
     {"error", "error CODE | error --trace CODE    name of an error code / a raise's back trace",
