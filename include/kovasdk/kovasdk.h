@@ -4,6 +4,7 @@
 
 #include "error.h"
 #include "list.h"
+#include "proc.h"
 #include "unicode.h"
 
 #endif /* KOVASDK_KOVASDK_H */
