@@ -17,10 +17,10 @@ namespace kova {
 struct ChildSetup {
     enum class OnExecFailure { exit_255, abort };
 
-    bool new_session = false;          // setsid()
-    bool chdir_root = false;           // chdir("/")
-    bool clear_env = false;            // clearenv()
-    void (*before_exec)() = nullptr;   // e.g. closing the lock files the caller holds
+    bool new_session = false;         // setsid()
+    bool chdir_root = false;          // chdir("/")
+    bool clear_env = false;           // clearenv()
+    void (*before_exec)() = nullptr;  // e.g. closing the lock files the caller holds
     OnExecFailure on_exec_failure = OnExecFailure::exit_255;
 };
 
@@ -34,13 +34,13 @@ pid_t wait_child(pid_t pid, int *status);
 // While alive, SIGCHLD's SA_NOCLDWAIT flag is cleared so that a child can be waited for; the
 // caller's action is restored afterwards.
 class ChildWaitScope {
-public:
+  public:
     ChildWaitScope();
     ~ChildWaitScope();
     ChildWaitScope(const ChildWaitScope &) = delete;
     ChildWaitScope &operator=(const ChildWaitScope &) = delete;
 
-private:
+  private:
     struct sigaction saved_ {};
     bool changed_ = false;
 };
@@ -54,12 +54,12 @@ FILE *open_shell_pipe(const char *command);
 // sandbox when one is there and executable (the appliance's own programs, or a test's shim),
 // otherwise the bare name, which the shell finds on PATH (the standard programs).
 class ProgramPath {
-public:
+  public:
     explicit ProgramPath(const char *absolute_path);
     // Ready to stand as a word of a shell command (escaped if it needs it); "" if too long.
     const char *shell_word() const { return word_; }
 
-private:
+  private:
     char word_[4096];
 };
 

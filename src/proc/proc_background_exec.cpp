@@ -14,7 +14,8 @@ extern "C" KOVA_API int KLIBBackgroundExec(const char *szPath, const char *szArg
     }
     const char *given[] = {szArg1, szArg2, szArg3, szArg4};
     char *argv[6] = {const_cast<char *>(szPath)};
-    for (int i = 0; i < 4 && given[i] != nullptr; ++i) argv[i + 1] = const_cast<char *>(given[i]);
+    for (int i = 0; i < 4 && given[i] != nullptr; ++i)
+        argv[i + 1] = const_cast<char *>(given[i]);
 
     kova::ChildSetup setup;
     setup.before_exec = kova::proc::close_held_lock_files;

@@ -40,7 +40,7 @@ extern "C" KOVA_API int KLIBConnectionCountGet(int *pnCount) {
         kova::log(LOG_ERR, "%s (%d) Failed to glob.\n", kova::base_name(__FILE__), 28);
         return -1;
     }
-    *pnCount = std::max(counts.smb - 2, 0) + std::max(counts.afp - 1, 0) +
-               std::max(counts.ftp - 1, 0);
+    *pnCount =
+        std::max(counts.smb - 2, 0) + std::max(counts.afp - 1, 0) + std::max(counts.ftp - 1, 0);
     return 0;
 }

@@ -28,7 +28,9 @@ int max_services() {
 }  // namespace
 
 namespace kova::proc::testing {
-void forget_max_services() { g_max_services = -1; }
+void forget_max_services() {
+    g_max_services = -1;
+}
 }  // namespace kova::proc::testing
 
 // With fLogin a new connection is being made, so the count must stay below the maximum;

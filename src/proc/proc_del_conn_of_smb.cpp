@@ -14,6 +14,7 @@ extern "C" KOVA_API int KOVADelConnOfSmb(const char *szUser) {
     const int found = kova::proc::smb_connections(uid, pids, kova::proc::kKillMax);
     if (found < 0) return -1;
     const int signalled = std::min(found, kova::proc::kKillMax);
-    for (int i = 0; i < signalled; ++i) kill(pids[i], SIGTERM);
+    for (int i = 0; i < signalled; ++i)
+        kill(pids[i], SIGTERM);
     return signalled;
 }

@@ -27,7 +27,8 @@ extern "C" KOVA_API int KLIBExec(const char *szPath, const char *szArg1, const c
     }
     const char *given[] = {szArg1, szArg2, szArg3, szArg4};
     char *argv[6] = {const_cast<char *>(szPath)};
-    for (int i = 0; i < 4 && given[i] != nullptr; ++i) argv[i + 1] = const_cast<char *>(given[i]);
+    for (int i = 0; i < 4 && given[i] != nullptr; ++i)
+        argv[i + 1] = const_cast<char *>(given[i]);
 
     kova::ChildWaitScope waitable;
     kova::ChildSetup setup;

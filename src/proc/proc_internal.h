@@ -74,7 +74,7 @@ key_t registry_key();
 
 // "/tmp/procreg.lock" taken with GetExclusiveFileLock; released when the owner goes away.
 class RegistryLock {
-public:
+  public:
     // Waits up to *budget_ms (what is left stays there); see GetExclusiveFileLock's results.
     explicit RegistryLock(int *budget_ms);
     ~RegistryLock();
@@ -82,13 +82,13 @@ public:
     RegistryLock &operator=(const RegistryLock &) = delete;
     int result() const { return fd_; }  // the descriptor, -2 time-out, -1 failure
 
-private:
+  private:
     int fd_;
 };
 
 // The attached segment, detached when the owner goes away.
 class AttachedRegistry {
-public:
+  public:
     // create: make the segment (zero-filled) when it does not exist yet.
     explicit AttachedRegistry(bool create);
     ~AttachedRegistry();
@@ -96,7 +96,7 @@ public:
     AttachedRegistry &operator=(const AttachedRegistry &) = delete;
     Registry *get() const { return registry_; }
 
-private:
+  private:
     Registry *registry_ = nullptr;
 };
 
@@ -107,8 +107,7 @@ void remove_entry(Registry *registry, uint32_t i);
 
 // Calls visit(status_path, context) for every "/proc/<pid>/status" under the root; false (with
 // errno) when the listing failed.
-bool for_each_process_status(void (*visit)(const char *status_path, void *context),
-                             void *context);
+bool for_each_process_status(void (*visit)(const char *status_path, void *context), void *context);
 
 // The pid in "<root>/proc/<pid>/status", or -1.
 int pid_of_status_path(const char *status_path);

@@ -16,11 +16,13 @@ extern "C" KOVA_API int KLIBIKill(const char *szPattern, int fForce) {
     const int found = KLIBPs(szPattern, pids, kova::proc::kKillMax);
     if (found < 0) return -1;
     const int signalled = std::min(found, kova::proc::kKillMax);
-    for (int i = 0; i < signalled; ++i) kill(pids[i], fForce ? SIGKILL : SIGTERM);
+    for (int i = 0; i < signalled; ++i)
+        kill(pids[i], fForce ? SIGKILL : SIGTERM);
     if (!fForce) usleep(100 * 1000);
 
     const int left = KLIBPs(szPattern, pids, kova::proc::kKillMax);
     if (left < 0) return -1;
-    for (int i = 0; i < std::min(left, kova::proc::kKillMax); ++i) kill(pids[i], SIGKILL);
+    for (int i = 0; i < std::min(left, kova::proc::kKillMax); ++i)
+        kill(pids[i], SIGKILL);
     return signalled;
 }

@@ -6,7 +6,9 @@
 #include "proc/proc_internal.h"
 
 namespace {
-void log_failure(int line) { kova::log(LOG_ERR, "%s(%d) transfer error", "KOVAOperationTransfer", line); }
+void log_failure(int line) {
+    kova::log(LOG_ERR, "%s(%d) transfer error", "KOVAOperationTransfer", line);
+}
 }  // namespace
 
 // Hands the caller's entry of op to another process (a daemon the caller started to finish the

@@ -16,7 +16,8 @@ key_t registry_key() {
     const char *root = sandbox_root();
     if (root[0] == '\0') return kRegistryKey;
     size_t len = strlen(root);
-    while (len > 0 && root[len - 1] == '/') --len;  // "/x/" and "/x" are one root
+    while (len > 0 && root[len - 1] == '/')
+        --len;  // "/x/" and "/x" are one root
     uint32_t hash = 2166136261u;
     for (size_t i = 0; i < len; ++i) {
         hash = (hash ^ static_cast<unsigned char>(root[i])) * 16777619u;

@@ -35,7 +35,7 @@ void match_connection(const char *status_path, void *context) {
     if (strcmp(status_value(line), "smbd") != 0) return;
     if (file_get_line(status_path, "Uid:", line, sizeof line, 0x2) <= 0) return;
     char *rest = nullptr;
-    strtol(status_value(line), &rest, 10);          // real uid
+    strtol(status_value(line), &rest, 10);             // real uid
     const long effective = strtol(rest, nullptr, 10);  // the served user's, once logged in
     if (effective == 0 || (search->uid >= 0 && effective != search->uid)) return;
     const int pid = pid_of_status_path(status_path);

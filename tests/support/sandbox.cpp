@@ -11,6 +11,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/run.h"
 
 namespace fs = std::filesystem;
 
@@ -55,19 +56,46 @@ void collect(int priority, const char *line, void *context) {
 }
 }  // namespace
 
-LogCapture::LogCapture() { kova::testing::set_log_sink(collect, &lines_); }
-LogCapture::~LogCapture() { kova::testing::set_log_sink(nullptr, nullptr); }
-
-bool LogCapture::contains(int priority, const std::string &text) const {
-    return std::any_of(lines_.begin(), lines_.end(), [&](const LogLine &l) {
-        return l.priority == priority && l.text == text;
-    });
+LogCapture::LogCapture() {
+    kova::testing::set_log_sink(collect, &lines_);
+}
+LogCapture::~LogCapture() {
+    kova::testing::set_log_sink(nullptr, nullptr);
 }
 
-AllocationFailure::AllocationFailure(long nth) { kova::testing::fail_allocation(nth); }
-AllocationFailure::~AllocationFailure() { kova::testing::fail_allocation(0); }
+bool LogCapture::contains(int priority, const std::string &text) const {
+    return std::any_of(lines_.begin(), lines_.end(),
+                       [&](const LogLine &l) { return l.priority == priority && l.text == text; });
+}
 
-long allocation_count() { return kova::testing::allocation_count(); }
+namespace {
+void record_run(const kova::testing::RunRecord &run, void *context) {
+    std::string text = run.command != nullptr ? run.command : run.path;
+    for (int i = 1; run.argv != nullptr && run.argv[i] != nullptr; ++i) {
+        text += ' ';
+        text += run.argv[i];
+    }
+    static_cast<std::vector<std::string> *>(context)->push_back(text);
+}
+}  // namespace
+
+RunCapture::RunCapture() {
+    kova::testing::set_run_observer(record_run, &runs_);
+}
+RunCapture::~RunCapture() {
+    kova::testing::set_run_observer(nullptr, nullptr);
+}
+
+AllocationFailure::AllocationFailure(long nth) {
+    kova::testing::fail_allocation(nth);
+}
+AllocationFailure::~AllocationFailure() {
+    kova::testing::fail_allocation(0);
+}
+
+long allocation_count() {
+    return kova::testing::allocation_count();
+}
 
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);

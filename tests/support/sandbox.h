@@ -12,7 +12,7 @@ namespace kova::test {
 // A fresh copy of skeleton/ under the build tree, installed as KOVA_ROOT for the test's
 // lifetime and removed afterwards.
 class Sandbox {
-public:
+  public:
     Sandbox();
     ~Sandbox();
     Sandbox(const Sandbox &) = delete;
@@ -22,7 +22,7 @@ public:
     // A path inside the sandbox: path("/etc/kovainfo.conf").
     std::string path(const std::string &absolute) const { return root_ + absolute; }
 
-private:
+  private:
     std::string root_;
     std::string saved_root_;
     bool had_root_ = false;
@@ -30,7 +30,7 @@ private:
 
 // GoogleTest fixture giving each test its own sandbox root.
 class SandboxTest : public ::testing::Test {
-protected:
+  protected:
     std::string path(const std::string &absolute) const { return sandbox_.path(absolute); }
     const std::string &root() const { return sandbox_.root(); }
 
@@ -44,7 +44,7 @@ struct LogLine {
 
 // Collects the library's syslog lines while alive.
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture &) = delete;
@@ -53,13 +53,28 @@ public:
     const std::vector<LogLine> &lines() const { return lines_; }
     bool contains(int priority, const std::string &text) const;
 
-private:
+  private:
     std::vector<LogLine> lines_;
+};
+
+// Collects the programs the library runs while alive: "path arg1 arg2" for fork/exec (argv[0]
+// left out), the command line itself for the shell forms.
+class RunCapture {
+  public:
+    RunCapture();
+    ~RunCapture();
+    RunCapture(const RunCapture &) = delete;
+    RunCapture &operator=(const RunCapture &) = delete;
+
+    const std::vector<std::string> &runs() const { return runs_; }
+
+  private:
+    std::vector<std::string> runs_;
 };
 
 // Makes the nth allocation of the library from now fail; restores on destruction.
 class AllocationFailure {
-public:
+  public:
     explicit AllocationFailure(long nth);
     ~AllocationFailure();
     AllocationFailure(const AllocationFailure &) = delete;

@@ -27,7 +27,8 @@ PKLIBSZLIST from_commas(const char *text) {
 }
 
 void print(const KLIBSZLIST *list) {
-    for (int i = 0; i < list->nItem; ++i) printf("%s%s", i ? "," : "", SzKLIBSzListGet(list, i));
+    for (int i = 0; i < list->nItem; ++i)
+        printf("%s%s", i ? "," : "", SzKLIBSzListGet(list, i));
     printf("\n");
 }
 
@@ -47,8 +48,8 @@ int cmd_list(int argc, char **argv) {
     if (a == nullptr) return report_failure("list");
     int rc = 0;
     if (argc == 3 && (strcmp(op, "sort") == 0 || strcmp(op, "casesort") == 0)) {
-        KLIBSzListSortItems(a, strcmp(op, "sort") == 0 ? KLIB_SZLIST_SORT_BYTES
-                                                        : KLIB_SZLIST_SORT_CASE);
+        KLIBSzListSortItems(
+            a, strcmp(op, "sort") == 0 ? KLIB_SZLIST_SORT_BYTES : KLIB_SZLIST_SORT_CASE);
         print(a);
     } else if (argc == 4) {
         PKLIBSZLIST b = from_commas(argv[3]);

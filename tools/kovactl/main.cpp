@@ -18,9 +18,11 @@ const Command kCommands[] = {
 
 int usage(FILE *out) {
     fprintf(out, "usage: kovactl [--root DIR] COMMAND [ARGS]\n\ncommands:\n");
-    for (const auto &c : kCommands) fprintf(out, "  %s\n", c.usage);
-    fprintf(out, "\n--root DIR resolves the appliance's own files under DIR (a sandbox or an "
-                 "offline image).\n");
+    for (const auto &c : kCommands)
+        fprintf(out, "  %s\n", c.usage);
+    fprintf(out,
+            "\n--root DIR resolves the appliance's own files under DIR (a sandbox or an "
+            "offline image).\n");
     return out == stdout ? 0 : 2;
 }
 
@@ -29,10 +31,10 @@ int usage(FILE *out) {
 int report_failure(const char *what) {
     const uint32_t code = KLIBErrGet();
     const unsigned index = code >> 8;
-    const char *name = (code & 0xFF) == 0 && index < static_cast<unsigned>(errNum) &&
-                               rgszErrMsg[index][0] != '\0'
-                           ? rgszErrMsg[index]
-                           : "unnamed";
+    const char *name =
+        (code & 0xFF) == 0 && index < static_cast<unsigned>(errNum) && rgszErrMsg[index][0] != '\0'
+            ? rgszErrMsg[index]
+            : "unnamed";
     const char *file = KOVAErrorGetFile();
     fprintf(stderr, "kovactl: %s: %s (kovaerr=0x%04X) at %s:%d\n", what, name, code,
             file != nullptr ? file : "?", KOVAErrorGetLine());
