@@ -2,6 +2,4 @@
 
 #include "kovasdk/list.h"
 
-void KLIBSzListFree(PKLIBSZLIST pList) {
-    free(pList);
-}
+void KLIBSzListFree(PKLIBSZLIST pList) { free(pList); }
