@@ -19,7 +19,9 @@ bool injected_failure() {
 }
 }  // namespace
 
-void *xmalloc(size_t size) { return injected_failure() ? nullptr : malloc(size); }
+void *xmalloc(size_t size) {
+    return injected_failure() ? nullptr : malloc(size);
+}
 
 void *xcalloc(size_t count, size_t size) {
     return injected_failure() ? nullptr : calloc(count, size);
@@ -30,8 +32,12 @@ void *xrealloc(void *block, size_t size) {
 }
 
 namespace testing {
-void fail_allocation(long nth) { g_fail_countdown = nth; }
-long allocation_count() { return g_allocations; }
+void fail_allocation(long nth) {
+    g_fail_countdown = nth;
+}
+long allocation_count() {
+    return g_allocations;
+}
 }  // namespace testing
 
 }  // namespace kova

@@ -13,7 +13,7 @@
 namespace kova {
 
 class UniqueFd {
-public:
+  public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd) {}
     UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
@@ -34,7 +34,7 @@ public:
         return old >= 0 ? ::close(old) : 0;
     }
 
-private:
+  private:
     int fd_ = -1;
 };
 
@@ -55,7 +55,7 @@ template <class T>
 using UniqueMalloc = std::unique_ptr<T, MallocFree>;
 
 class UniqueGlob {
-public:
+  public:
     UniqueGlob() = default;
     UniqueGlob(const UniqueGlob &) = delete;
     UniqueGlob &operator=(const UniqueGlob &) = delete;
@@ -71,7 +71,7 @@ public:
     }
     const glob_t &get() const { return glob_; }
 
-private:
+  private:
     glob_t glob_{};
     bool held_ = false;
 };
@@ -79,7 +79,7 @@ private:
 // Runs a callable when the scope ends, unless dismissed.
 template <class F>
 class ScopeGuard {
-public:
+  public:
     explicit ScopeGuard(F f) : f_(std::move(f)) {}
     ScopeGuard(const ScopeGuard &) = delete;
     ScopeGuard &operator=(const ScopeGuard &) = delete;
@@ -88,7 +88,7 @@ public:
     }
     void dismiss() { active_ = false; }
 
-private:
+  private:
     F f_;
     bool active_ = true;
 };

@@ -15,9 +15,10 @@ const char *sandbox_root() {
 RootedPath::RootedPath(const char *absolute_path) {
     const char *root = sandbox_root();
     size_t root_len = strlen(root);
-    while (root_len > 0 && root[root_len - 1] == '/') --root_len;
-    int n = snprintf(path_, sizeof path_, "%.*s%s", static_cast<int>(root_len), root,
-                     absolute_path);
+    while (root_len > 0 && root[root_len - 1] == '/')
+        --root_len;
+    int n =
+        snprintf(path_, sizeof path_, "%.*s%s", static_cast<int>(root_len), root, absolute_path);
     if (n < 0 || static_cast<size_t>(n) >= sizeof path_) path_[0] = '\0';
 }
 

@@ -12,13 +12,13 @@ const char *sandbox_root();
 
 // A library path resolved under the sandbox root, held in place (no allocation).
 class RootedPath {
-public:
+  public:
     explicit RootedPath(const char *absolute_path);
     // The resolved path; "" when it would not fit in PATH_MAX (every open of it then fails).
     const char *c_str() const { return path_; }
     bool ok() const { return path_[0] != '\0'; }
 
-private:
+  private:
     char path_[PATH_MAX];
 };
 

@@ -13,7 +13,9 @@ void KOVAErrorBackTracePanic(void) {
     if (st.symbols == nullptr) return;
     kova::RootedPath console("/dev/console");
     if (kova::UniqueFile out{fopen(console.c_str(), "w")}) {
-        for (int i = 0; i < st.depth; ++i) fprintf(out.get(), "%s\n", st.symbols[i]);
+        for (int i = 0; i < st.depth; ++i)
+            fprintf(out.get(), "%s\n", st.symbols[i]);
     }
-    for (int i = 0; i < st.depth; ++i) kova::log(LOG_ERR, "%s\n", st.symbols[i]);
+    for (int i = 0; i < st.depth; ++i)
+        kova::log(LOG_ERR, "%s\n", st.symbols[i]);
 }

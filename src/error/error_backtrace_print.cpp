@@ -6,5 +6,6 @@
 void KOVAErrorBackTracePrint(void) {
     const auto &st = kova::error::state();
     if (st.symbols == nullptr) return;  // backtrace_symbols failed: nothing to show
-    for (int i = 0; i < st.depth; ++i) puts(st.symbols[i]);
+    for (int i = 0; i < st.depth; ++i)
+        puts(st.symbols[i]);
 }

@@ -25,7 +25,9 @@ __attribute__((destructor)) void fini_error_bt() {
 }
 }  // namespace
 
-State &state() { return g_state; }
+State &state() {
+    return g_state;
+}
 
 }  // namespace kova::error
 
@@ -45,8 +47,14 @@ void KLIBErrSetEx(uint32_t code, const char *file, int32_t line) {
     kova::error::capture_backtrace();
 }
 
-uint32_t KLIBErrGet(void) { return kovaerrno; }
+uint32_t KLIBErrGet(void) {
+    return kovaerrno;
+}
 
-const char *KOVAErrorGetFile(void) { return state().file; }
+const char *KOVAErrorGetFile(void) {
+    return state().file;
+}
 
-int32_t KOVAErrorGetLine(void) { return state().line; }
+int32_t KOVAErrorGetLine(void) {
+    return state().line;
+}

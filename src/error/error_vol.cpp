@@ -2,6 +2,10 @@
 
 uint32_t volerr = ERR_SUCCESS;
 
-void KOVAVolISetErr(uint32_t code) { volerr = code; }
+void KOVAVolISetErr(uint32_t code) {
+    volerr = code;
+}
 
-uint32_t KOVAVolGetErr(void) { return volerr; }
+uint32_t KOVAVolGetErr(void) {
+    return volerr;
+}

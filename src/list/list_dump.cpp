@@ -9,5 +9,6 @@ void KLIBISzListDump(const KLIBSZLIST *pList) {
     }
     printf("KLIBSZLIST %p size=%d count=%d free=%d sort=%d\n", static_cast<const void *>(pList),
            pList->cbSize, pList->nItem, pList->cbFree, pList->nSortMode);
-    for (int i = 0; i < pList->nItem; ++i) printf("  [%d] \"%s\"\n", i, pList->pszItem[i]);
+    for (int i = 0; i < pList->nItem; ++i)
+        printf("  [%d] \"%s\"\n", i, pList->pszItem[i]);
 }

@@ -2,4 +2,6 @@
 
 #include "kovasdk/list.h"
 
-void KLIBSzListFree(PKLIBSZLIST pList) { free(pList); }
+void KLIBSzListFree(PKLIBSZLIST pList) {
+    free(pList);
+}

@@ -20,7 +20,8 @@ int KLIBSzListInsert(PKLIBSZLIST *ppList, int idx, const char *szStr) {
     KLIBSZLIST *list = *ppList;
     char *text = store_text(list, szStr, len);
     if (idx >= count) {
-        for (int i = count; i < idx; ++i) list->pszItem[i] = list->pszEmpty;
+        for (int i = count; i < idx; ++i)
+            list->pszItem[i] = list->pszEmpty;
         list->nItem = idx + 1;
     } else {
         memmove(&list->pszItem[idx + 1], &list->pszItem[idx],

@@ -12,10 +12,14 @@ namespace kova::list {
 constexpr int kHeaderSize = static_cast<int>(offsetof(KLIBSZLIST, pszItem));
 constexpr int kSlotSize = static_cast<int>(sizeof(char *));
 
-inline char *block_end(KLIBSZLIST *list) { return reinterpret_cast<char *>(list) + list->cbSize; }
+inline char *block_end(KLIBSZLIST *list) {
+    return reinterpret_cast<char *>(list) + list->cbSize;
+}
 
 // An item without text of its own: the shared empty byte, or an explicitly stored "".
-inline bool is_empty_item(const char *item) { return item[0] == '\0'; }
+inline bool is_empty_item(const char *item) {
+    return item[0] == '\0';
+}
 
 inline bool sorted_differently(const KLIBSZLIST *a, const KLIBSZLIST *b) {
     return a->nSortMode != KLIB_SZLIST_UNSORTED && b->nSortMode != KLIB_SZLIST_UNSORTED &&
@@ -51,12 +55,12 @@ void sort_items(KLIBSZLIST *list, int sort_mode);
 // equal item of target or null. Target unsorted: strcmp scan; target sorted and probe not:
 // binary search in target's mode; both sorted in one mode: a merge walk.
 class Matcher {
-public:
+  public:
     Matcher(const KLIBSZLIST *probe, const KLIBSZLIST *target);
     const char *match(const char *probe_item);
     bool merge_walk() const { return merge_; }
 
-private:
+  private:
     const KLIBSZLIST *target_;
     bool merge_;
     int cursor_ = 0;

@@ -21,7 +21,8 @@ const char *Matcher::match(const char *item) {
         return found >= 0 ? t->pszItem[found] : nullptr;
     }
     // Merge walk: probe items arrive in the target's order, so the cursor only moves forward.
-    while (cursor_ < t->nItem && compare(t->pszItem[cursor_], item, t->nSortMode) < 0) ++cursor_;
+    while (cursor_ < t->nItem && compare(t->pszItem[cursor_], item, t->nSortMode) < 0)
+        ++cursor_;
     if (cursor_ < t->nItem && compare(t->pszItem[cursor_], item, t->nSortMode) == 0) {
         return t->pszItem[cursor_];
     }

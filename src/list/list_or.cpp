@@ -55,7 +55,8 @@ PKLIBSZLIST PslKLIBSzListOr(PKLIBSZLIST *ppList1, const KLIBSZLIST *pList2, int 
         result = new_list(list1->cbSize - list1->cbFree + pList2->cbSize - pList2->cbFree, 83);
         bool ok = result != nullptr;
         for (int i = 0; ok && i < list1->nItem; ++i) {
-            if (!is_empty_item(list1->pszItem[i])) ok = KLIBSzListPush(&result, list1->pszItem[i]) >= 0;
+            if (!is_empty_item(list1->pszItem[i]))
+                ok = KLIBSzListPush(&result, list1->pszItem[i]) >= 0;
         }
         // Same-mode sorted inputs give a result sorted in that mode.
         if (ok && list1->nSortMode == pList2->nSortMode) result->nSortMode = list1->nSortMode;
@@ -66,8 +67,10 @@ PKLIBSZLIST PslKLIBSzListOr(PKLIBSZLIST *ppList1, const KLIBSZLIST *pList2, int 
         }
     } else {
         drop_empty_items(list1);
-        if (!push_all(ppList1, missing, count)) result = nullptr;
-        else result = *ppList1;
+        if (!push_all(ppList1, missing, count))
+            result = nullptr;
+        else
+            result = *ppList1;
     }
     free(missing);
     return result;

@@ -17,7 +17,9 @@ const char *SzKLIBSzListRemove(PKLIBSZLIST pList, int idx) {
     return text;
 }
 
-const char *SzKLIBSzListShift(PKLIBSZLIST pList) { return SzKLIBSzListRemove(pList, 0); }
+const char *SzKLIBSzListShift(PKLIBSZLIST pList) {
+    return SzKLIBSzListRemove(pList, 0);
+}
 
 const char *SzKLIBSzListPop(PKLIBSZLIST pList) {
     return SzKLIBSzListRemove(pList, pList != nullptr ? pList->nItem - 1 : 0);

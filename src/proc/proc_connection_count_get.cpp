@@ -3,6 +3,7 @@
 
 #include "core/log.h"
 #include "core/raise.h"
+#include "kovasdk/file.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
@@ -17,7 +18,7 @@ struct ServerCounts {
 void count_server(const char *status_path, void *context) {
     auto *counts = static_cast<ServerCounts *>(context);
     char name[384];
-    if (kova::proc::file_get_line(status_path, "Name:", name, sizeof name, 0x2) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Name:", name, sizeof name, KLIB_FILE_MATCH_PREFIX) <= 0) return;
     if (strstr(name, "smbd") != nullptr) {
         ++counts->smb;
     } else if (strstr(name, "afpd") != nullptr) {

@@ -2,12 +2,12 @@
 
 #include "core/raise.h"
 #include "core/root.h"
+#include "kovasdk/file.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
 namespace {
 
-constexpr uint32_t kConnectLock = 0x10000;
 constexpr int kDefaultMaxServices = 32;
 int g_max_services = -1;  // "maxservices", read once per process
 
@@ -16,7 +16,7 @@ int max_services() {
     const kova::RootedPath factory(kova::proc::kFactoryInfoFile);
     char value[16] = "";
     int max = kDefaultMaxServices;
-    if (kova::proc::file_get_key_value(factory.c_str(), "maxservices", value, sizeof value, 0) >
+    if (KLIBFileGetKeyValue(factory.c_str(), "maxservices", value, sizeof value, 0) >
         0) {
         max = atoi(value);
         if (max < 0) max = kDefaultMaxServices;
@@ -36,7 +36,7 @@ void forget_max_services() {
 // With fLogin a new connection is being made, so the count must stay below the maximum;
 // without it the existing ones are checked against it.
 extern "C" KOVA_API int KLIBConnectionCountLogin(int timeout, int fLogin) {
-    if (kova::proc::file_lock(kConnectLock | 0x6, timeout) != 0) {
+    if (ErrKLIBFileLock(KLIB_LOCK_CONNECT | KLIB_LOCK_EX | KLIB_LOCK_NB, timeout) != 0) {
         kova::raise(ERR_LOCK_FAILED, 30);
         return -1;
     }
@@ -52,6 +52,6 @@ extern "C" KOVA_API int KLIBConnectionCountLogin(int timeout, int fLogin) {
         kova::raise(ERR_OP_FAILURE, 52);
         result = -1;
     }
-    if (kova::proc::file_unlock(kConnectLock) != 0) kova::raise(ERR_UNLOCK_FAILED, 57);
+    if (ErrKLIBFileUnlock(KLIB_LOCK_CONNECT) != 0) kova::raise(ERR_UNLOCK_FAILED, 57);
     return result;
 }

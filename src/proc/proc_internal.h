@@ -1,5 +1,5 @@
-// What the process family's files share: paths, the operation tables, the registry segment,
-// the process-table walk and the calls into the settings-file family.
+// What the process family's files share: paths, the operation tables, the registry segment
+// and the process-table walk.
 //
 // Shell-command safety. Every text that goes into a command line composed by the library is
 // either checked by a rule that lets no shell metacharacter through or escaped:
@@ -112,14 +112,8 @@ bool for_each_process_status(void (*visit)(const char *status_path, void *contex
 // The pid in "<root>/proc/<pid>/status", or -1.
 int pid_of_status_path(const char *status_path);
 
-// ---- Calls into the settings-file family -----------------------------------------------------
-
 // The child's side of "children do not inherit the caller's lock files".
 void close_held_lock_files();
-int file_get_line(const char *path, const char *pattern, char *buf, int size, int flags);
-int file_get_key_value(const char *path, const char *key, char *buf, int size, int flags);
-int file_lock(uint32_t mask, int timeout);
-int file_unlock(uint32_t mask);
 
 namespace testing {
 // Forgets the cached "maxservices", so the next login check reads it again.

@@ -8,6 +8,7 @@
 #include "core/owners.h"
 #include "core/raise.h"
 #include "core/root.h"
+#include "kovasdk/file.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_smb.h"
 
@@ -31,9 +32,9 @@ const char *status_value(const char *line) {
 void match_connection(const char *status_path, void *context) {
     auto *search = static_cast<Search *>(context);
     char line[384];
-    if (file_get_line(status_path, "Name:", line, sizeof line, 0x2) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Name:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0) return;
     if (strcmp(status_value(line), "smbd") != 0) return;
-    if (file_get_line(status_path, "Uid:", line, sizeof line, 0x2) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Uid:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0) return;
     char *rest = nullptr;
     strtol(status_value(line), &rest, 10);             // real uid
     const long effective = strtol(rest, nullptr, 10);  // the served user's, once logged in

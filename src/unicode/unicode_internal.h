@@ -8,7 +8,7 @@
 namespace kova::unicode {
 
 class Utf16 {
-public:
+  public:
     // Converts text; ok() is false for invalid UTF-8 or when memory ran out.
     explicit Utf16(const char *utf8);
     Utf16(const Utf16 &) = delete;
@@ -19,7 +19,7 @@ public:
     const UChar *data() const { return data_; }
     int32_t length() const { return length_; }
 
-private:
+  private:
     static constexpr int32_t kInline = 256;
     UChar inline_[kInline];
     UChar *data_ = inline_;

@@ -11,7 +11,8 @@ Utf16::Utf16(const char *utf8) {
     UErrorCode status = U_ZERO_ERROR;
     u_strFromUTF8(inline_, kInline, &length_, utf8, -1, &status);
     if (status == U_BUFFER_OVERFLOW_ERROR) {
-        data_ = static_cast<UChar *>(kova::xmalloc((static_cast<size_t>(length_) + 1) * sizeof(UChar)));
+        data_ =
+            static_cast<UChar *>(kova::xmalloc((static_cast<size_t>(length_) + 1) * sizeof(UChar)));
         if (data_ == nullptr) return;
         status = U_ZERO_ERROR;
         u_strFromUTF8(data_, length_ + 1, &length_, utf8, -1, &status);

@@ -1,7 +1,9 @@
 /* Every public header, compiled as C99 and called through the shared library. */
 #include <kovasdk/kovasdk.h>
 
+#include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int failures = 0;
@@ -41,7 +43,7 @@ static void list_family(void) {
     CHECK(strcmp(SzKLIBSzListGet(list, 0), "alpha") == 0);
 
     other = PslKLIBSzListAlloc(0);
-    CHECK(KLIBSzListPush(&other, "Beta") == 0);
+    CHECK(KLIBSzListPush(&other, "beta") == 0);
     both = PslKLIBSzListAnd(list, other, KLIB_SZLIST_NEW_LIST);
     CHECK(both != NULL && both->nItem == 1);
     KLIBSzListFree(both);
@@ -50,9 +52,118 @@ static void list_family(void) {
     CHECK(KLIBUnicodeUTF8StrCaseCmp("\xC3\x84", "\xC3\xA4") == 0);
 }
 
+static void hash_family(void) {
+    PKLIBSZHASH hash = PshKLIBSzHashAlloc(0);
+    PKLIBSZLIST keys = PslKLIBSzListAlloc(0);
+    CHECK(hash != NULL && hash->nSlot == KLIB_SZHASH_INIT_SLOTS);
+    CHECK(KLIBSzHashSetValue(&hash, "abcd", "5000") == 5);
+    CHECK(KLIBSzHashSetValue(&hash, "z", "") >= 0);
+    CHECK(strcmp(SzKLIBSzHashGetValue(hash, "abcd"), "5000") == 0);
+    CHECK(KLIBSzHashEnumKey(hash, &keys) == 2 && strcmp(SzKLIBSzListGet(keys, 0), "abcd") == 0);
+    CHECK(strcmp(SzKLIBSzHashRemoveKey(hash, "z"), "") == 0);
+    CHECK(KLIBSzHashPairNum(hash) == 1 && KLIBSzHashGetLength(NULL) == 0xFFFFFFFFu);
+    CHECK(KLIBIRadixHashCode("abcd", 31) == 5 && KLIBIFileCheckFormat("%s=%s\n") == 1);
+    CHECK(PslSzHashRemoveAll(hash) == hash && KLIBSzHashGetLength(hash) == 0);
+    KLIBSzListFree(keys);
+    KLIBSzHashFree(hash);
+}
+
+static void string_family(void) {
+    char text[32] = "  \"Mixed Case\"  ";
+    char out[32];
+    const char *parts[3] = {"a", NULL, "b"};
+    char *joined = NULL;
+    int size = 0;
+    PKLIBSZLIST list = PslKLIBSzListAlloc(0);
+    CHECK(KLIBStrTrimSpace(text, NULL) == 10 && strcmp(text, "Mixed Case") == 0);
+    CHECK(SzKLIBStrCaseLower(text, 0, NULL, 32) == text && strcmp(text, "mixed case") == 0);
+    CHECK(KLIBStrEncodeColon("a:b;c", out, 31) == 7 && strcmp(out, "a;,b;;c") == 0);
+    CHECK(KLIBStrHexCodeToString("417A", out, 31) == 2 && strcmp(out, "Az") == 0);
+    CHECK(KLIBStrReplace(text, "case", "CASE", NULL, 31) == 1 && strcmp(text, "mixed CASE") == 0);
+    CHECK(KLIBStrSepPair("key = \"a b\"", &list) == 0 && list->nItem == 2);
+    CHECK(KLIBStrSep("x,,y", ",", &list) == 3 && KLIBStrTok("x,,y", ",", &list) == 2);
+    CHECK(KOVAStrNobodyFilter("nobody,alice", &list) == 1);
+    CHECK(KOVAStrJoin(parts, 3, ", ", &joined, &size) == 0 && strcmp(joined, "a, b") == 0);
+    free(joined);
+    KLIBSzListFree(list);
+}
+
+static void file_family(void) {
+    char name[64];
+    const KLIBFILELOCK *entry = &rgslckList[0];
+    CHECK(entry->bit == KLIB_LOCK_KOVAINFO && entry->pFile == NULL);
+    CHECK(strcmp(entry->szPath, "/tmp/lock/lock_kovainfo") == 0);
+    CHECK(rgslckList[KLIB_LOCK_ENTRIES].bit == 0);
+    CHECK(KLIBILineMatch("workgroup=\"HOME\"\n", "home\"",
+                         KLIB_FILE_MATCH_SUFFIX | KLIB_FILE_MATCH_NOCASE) == 1);
+    CHECK(KLIBILineMatch("#workgroup=HOME\n", "work", 0) == 0);
+    CHECK(KLIBFileITmpName("/etc/kovainfo.conf.", name, (int)sizeof name) == 0);
+    CHECK(KLIBFileGetKeyValue("/nonexistent/kovainfo.conf", "hostname", NULL, 0, 0) == -1);
+    CHECK(KLIBErrGet() == ERR_OPEN_FAILED);
+    CHECK(BlKLIBFileExist("/nonexistent/kovainfo.conf") == 0);
+    CHECK(ErrKLIBFileCloseLock() == 0);
+}
+
+static void bdb_family(void) {
+    const char *path = "c_abi_bdb.db"; /* in the test's working directory */
+    PKOVABDB db;
+    PKLIBSZLIST list = PslKLIBSzListAlloc(0);
+    void *packed;
+    void *key = NULL;
+    void *value = NULL;
+    int32_t cbKey = 0;
+    int32_t cbValue = 0;
+    int32_t *syncTime = NULL;
+
+    remove(path);
+    db = KOVABDbOpen(path, O_RDWR | O_CREAT, KOVA_BDB_DUP);
+    CHECK(db != NULL && db->nCursorType == KOVA_BDB_CURSOR_NEXT);
+    if (db == NULL) return;
+    CHECK(KOVABDbSet(db, "alice", 5, "1001", 4) == 0);
+    CHECK(KOVABDbConfSyncTimeSet(db, 1700000000) == 0);
+    CHECK(KOVABDbIsNeedToRebuild(db, 1700000000) == 0);
+    CHECK(KOVABDbConfSyncTimeGet(db, &syncTime) == 0 && *syncTime == 1700000000);
+    KOVABDbFree(syncTime);
+    CHECK(KOVABDbGet(db, "alice", 5, &value, &cbValue) == 0 && cbValue == 4);
+    CHECK(KOVABDbCursorSetType(db, KOVA_BDB_CURSOR_FIRST) == 0);
+    CHECK(KOVABDbCursorGet(db, 1, &key, &cbKey, &value, &cbValue) == 0 && cbKey == 5);
+    CHECK(KOVABDbCursorGet(db, 1, &key, &cbKey, &value, &cbValue) == -1 &&
+          KLIBErrGet() == ERR_BDB_END_OF_RECORDS);
+    CHECK(KOVACheckAndRealloc(&value, &cbValue, 64) == 0 && cbValue == 64);
+
+    CHECK(KLIBSzListPush(&list, "admin") == 0);
+    packed = KOVAListDBPack(list, list->cbSize);
+    CHECK(packed != NULL);
+    CHECK(KOVAListDBSet(db, "groups", list) == 0);
+    KOVABDbFree(packed);
+    KLIBSzListFree(list);
+    KOVABDbFree(key);
+    KOVABDbFree(value);
+    CHECK(KOVABDbClose(db) == 0);
+    remove(path);
+}
+
+static void proc_family(void) {
+    char out[8];
+    int ids[4];
+    int n = 4;
+    CHECK(KLIBExec("/bin/false", NULL, NULL, NULL, NULL) == 1);
+    CHECK(KLIBEncShParam("ab", out, (int)sizeof out) == 0 && strcmp(out, "\\a\\b") == 0);
+    CHECK(strcmp(KOVAOperationGetName(KOVA_OP_BACKUP), "backup") == 0);
+    CHECK(KOVAOperationRegister(KOVA_OP_END + 1, KOVA_OP_FLAG_TEST_ONLY, ids, &n, 0) == -1 &&
+          n == 0 && KLIBErrGet() == ERR_BAD_PARAMETERS);
+    CHECK(KLIBReadPidFile("/nonexistent/x.pid") == -1);
+    CHECK(BlKLIBProcAlive(0) == 1); /* our own process group */
+}
+
 int main(void) {
     error_family();
     list_family();
+    bdb_family();
+    hash_family();
+    string_family();
+    file_family();
+    proc_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kovasdk/error.h"
+#include "kovasdk/file.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 #include "proc/proc_test_support.h"
@@ -77,6 +78,29 @@ TEST_F(ConnectionTest, LoginLimitFromMaxServices) {
     EXPECT_EQ(KOVAErrorGetLine(), 52);
     process(103, "smbd", 1028);
     EXPECT_EQ(KLIBConnectionCountLogin(0, 0), -1);
+}
+
+TEST_F(ConnectionTest, CheckWaitsForTheConnectLock) {
+    two_connections();
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t holder = fork();
+    if (holder == 0) {
+        const int rc = ErrKLIBFileLock(KLIB_LOCK_CONNECT | KLIB_LOCK_EX | KLIB_LOCK_NB, 0);
+        if (write(ready[1], &rc, sizeof rc) != sizeof rc) _exit(1);
+        for (;;) pause();
+    }
+    int rc = -1;
+    ASSERT_EQ(read(ready[0], &rc, sizeof rc), static_cast<ssize_t>(sizeof rc));
+    ASSERT_EQ(rc, 0);
+    EXPECT_EQ(KLIBConnectionCountLogin(0, 1), -1);
+    EXPECT_EQ(KLIBErrGet(), static_cast<uint32_t>(ERR_LOCK_FAILED));
+    EXPECT_EQ(KOVAErrorGetLine(), 30);
+    kill(holder, SIGKILL);
+    reap(holder);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_EQ(KLIBConnectionCountLogin(0, 1), 2);
 }
 
 TEST_F(ConnectionTest, MaximumIsReadOncePerProcess) {

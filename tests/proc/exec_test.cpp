@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kovasdk/error.h"
+#include "kovasdk/file.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_test_support.h"
 
@@ -75,6 +76,22 @@ TEST_F(ExecTest, BackgroundChildKeepsSessionDirectoryAndEnvironment) {
     const int status = reap(pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_EQ(written(out), "/dev/null\ndir=" + std::string(cwd) + " mark=inherited\nmember");
+}
+
+// A daemon started while the caller held a lock must not keep the lock once the caller lets go.
+TEST_F(ExecTest, ChildrenDoNotKeepTheCallersLockFiles) {
+    ASSERT_EQ(ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, 0), 0);
+    const int daemon = KLIBBackgroundExec("/bin/sleep", "5", nullptr, nullptr, nullptr);
+    ASSERT_GT(daemon, 0);
+    const char *no_lock_fd = "for f in /proc/$$/fd/*; do readlink $f; done | grep -q /tmp/lock/";
+    EXPECT_EQ(KLIBExec("/bin/sh", "-c", no_lock_fd, nullptr, nullptr), 1);
+    ASSERT_EQ(ErrKLIBFileUnlock(KLIB_LOCK_KOVAINFO), 0);
+    const pid_t other = fork();
+    if (other == 0) _exit(ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, 0));
+    const int status = reap(other);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    kill(daemon, SIGKILL);
+    reap(daemon);
 }
 
 TEST_F(ExecTest, BackgroundExecDoesNotWait) {

@@ -10,10 +10,21 @@ namespace kovactl {
 namespace {
 
 const Command kCommands[] = {
+    {"bdb", "bdb dump|info|get|set|del|list-set FILE ...    records of a btree cache file",
+     cmd_bdb},
+    {"conf", "conf get|set|rm|sections|section FILE ...    read and change settings files",
+     cmd_conf},
     {"error", "error CODE | error --trace CODE    name of an error code / a raise's back trace",
      cmd_error},
     {"list", "list sort|casesort|and|or|sub ...    string-list operations on comma lists",
      cmd_list},
+    {"hash", "hash code KEY [SLOTS] | hash section NAME K=V...    string hash slots and sections",
+     cmd_hash},
+    {"str", "str colon-encode|colon-decode|hex|unhex|trim|pair TEXT | str join SEP TEXT...",
+     cmd_str},
+    {"ps", "ps PATTERN    the processes whose command line matches a grep pattern", cmd_ps},
+    {"ops", "ops | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
+     cmd_ops},
 };
 
 int usage(FILE *out) {

@@ -1,0 +1,64 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "bdb/bdb_internal.h"
+#include "core/alloc.h"
+
+namespace {
+
+uint32_t open_code_for_errno(int err) {
+    switch (err) {
+        case EINVAL:
+            return ERR_BDB_INVALID;
+        case EACCES:
+            return ERR_ACCESS_DENIED;
+        case ENOSPC:
+            return ERR_NOT_ENOUGH_SPACE;
+        case ENOENT:
+            return ERR_FILE_NOT_FOUND;
+        default:
+            return ERR_OPEN_FAILED;
+    }
+}
+
+}  // namespace
+
+PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
+    if (szPath == nullptr || szPath[0] == '\0') {
+        kova::raise(ERR_BAD_PARAMETERS);
+        return nullptr;
+    }
+    auto *handle = static_cast<PKOVABDB>(kova::xcalloc(1, sizeof(KOVABDB)));
+    if (handle == nullptr) {
+        kova::raise(ERR_OUT_OF_MEMORY);
+        return nullptr;
+    }
+
+    BTREEINFO dup_info{};
+    dup_info.flags = R_DUP;
+    handle->pDb =
+        dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
+    if (handle->pDb == nullptr) {
+        const int err = errno;
+        const int line = __LINE__;  // logged and raised alike
+        const uint32_t code = open_code_for_errno(err);
+        if (code == ERR_OPEN_FAILED) {
+            kova::log(LOG_NOTICE, "%s:%d errno=%d/%m, dbopen failed.", kova::base_name(__FILE__),
+                      line, err);
+        }
+        kova::raise(code, line);
+        free(handle);
+        return nullptr;
+    }
+    handle->nCursorType = KOVA_BDB_CURSOR_NEXT;
+
+    // Every process of the appliance reads the caches, whatever the creator's umask.
+    if (geteuid() == 0 && chmod(szPath, 0666) != 0) {
+        kova::log(LOG_ERR, "%s:%d errno=%d/%m, chmod failed.", kova::base_name(__FILE__), __LINE__,
+                  errno);
+    }
+    return handle;
+}

@@ -1,0 +1,19 @@
+#include "core/raise.h"
+#include "file/file_internal.h"
+
+// Comments out every line of the key by putting '#' in front of it: the number of lines
+// changed; 0 with ERR_KEY_NOT_FOUND when none (the file is left as it was).
+int KLIBFileComment(const char *szPath, const char *szKey) {
+    if (szPath == nullptr || szKey == nullptr) {
+        kova::raise(ERR_BAD_PARAMETERS);
+        return -1;
+    }
+    const std::string_view key(szKey);
+    auto edit = [&](kova::LineReader &reader, FILE *out) {
+        const bool hit = kova::file::has_key(reader.line(), key);
+        if (hit && fputc('#', out) == EOF) return -1;
+        return kova::file::put(out, reader.line()) ? (hit ? 1 : 0) : -1;
+    };
+    return kova::file::rewrite_lines(
+        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+}

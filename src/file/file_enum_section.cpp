@@ -1,0 +1,41 @@
+#include <cstring>
+
+#include "core/line_reader.h"
+#include "core/raise.h"
+#include "file/file_internal.h"
+#include "kovasdk/kstring.h"
+
+namespace {
+constexpr size_t kHeaderBufferSize = 1024;
+}  // namespace
+
+int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList) {
+    if (szPath == nullptr || ppList == nullptr) {
+        kova::raise(ERR_BAD_PARAMETERS, 42);
+        return -1;
+    }
+    kova::UniqueFile in(fopen(szPath, "r"));
+    if (!in) {
+        kova::raise(ERR_OPEN_FAILED, 46);
+        return -1;
+    }
+    if (*ppList == nullptr && (*ppList = PslKLIBSzListAlloc(0)) == nullptr) return -1;
+    kova::LineReader reader(in.get());
+    while (reader.next()) {
+        if (!kova::file::is_section(reader.line())) continue;
+        if (reader.size() >= kHeaderBufferSize) return -1;  // no code of its own (deliberate)
+        char header[kHeaderBufferSize];
+        memcpy(header, reader.data(), reader.size() + 1);
+        if (KLIBStrTrimSpace(header, nullptr) < 0) return -1;
+        char *open = strchr(header, '[');
+        char *close = strrchr(header, ']');
+        if (open == nullptr || close == nullptr || close < open) continue;
+        *close = '\0';
+        if (KLIBSzListPush(ppList, open + 1) < 0) return -1;
+    }
+    if (reader.failed()) {
+        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        return -1;
+    }
+    return (*ppList)->nItem;
+}

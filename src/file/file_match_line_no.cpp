@@ -1,0 +1,27 @@
+#include "core/raise.h"
+#include "file/file_internal.h"
+
+// The number (from 1) of the first line matching the pattern, or of the last with 0x1; 0 with
+// ERR_KEY_NOT_FOUND when none matches.
+int KLIBFileMatchLineNo(const char *szPath, const char *szPattern, int flags) {
+    if (szPath == nullptr || szPattern == nullptr || flags < 0) {
+        kova::raise(ERR_BAD_PARAMETERS);
+        return -1;
+    }
+    kova::UniqueFile in(fopen(szPath, "r"));
+    if (!in) {
+        kova::raise(ERR_OPEN_FAILED);
+        return -1;
+    }
+    bool out_of_memory = false;
+    const long found = kova::file::match_line_number(in.get(), szPattern, flags, &out_of_memory);
+    if (found < 0) {
+        kova::raise(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        return -1;
+    }
+    if (found == 0) {
+        kova::raise(ERR_KEY_NOT_FOUND);
+        return 0;
+    }
+    return static_cast<int>(found);
+}

@@ -1,0 +1,31 @@
+#include "core/raise.h"
+#include "file/file_internal.h"
+#include "kovasdk/list.h"
+
+// Pushes every line of the file, line feed removed, comments included, onto the list (made when
+// *ppList is null): the number of lines pushed.
+int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList) {
+    if (szPath == nullptr || ppList == nullptr) {
+        kova::raise(ERR_BAD_PARAMETERS);
+        return -1;
+    }
+    kova::UniqueFile in(fopen(szPath, "r"));
+    if (!in) {
+        kova::raise(ERR_OPEN_FAILED);
+        return -1;
+    }
+    if (*ppList == nullptr && (*ppList = PslKLIBSzListAlloc(0)) == nullptr) return -1;
+    kova::LineReader reader(in.get());
+    int count = 0;
+    while (reader.next()) {
+        char *line = reader.data();
+        if (reader.ends_with_newline()) line[reader.size() - 1] = '\0';
+        if (KLIBSzListPush(ppList, line) < 0) return -1;
+        ++count;
+    }
+    if (reader.failed()) {
+        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        return -1;
+    }
+    return count;
+}

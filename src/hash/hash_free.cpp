@@ -1,0 +1,7 @@
+#include <cstdlib>
+
+#include "kovasdk/hash.h"
+
+void KLIBSzHashFree(PKLIBSZHASH pHash) {
+    free(pHash);
+}
