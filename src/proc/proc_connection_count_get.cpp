@@ -18,7 +18,8 @@ struct ServerCounts {
 void count_server(const char *status_path, void *context) {
     auto *counts = static_cast<ServerCounts *>(context);
     char name[384];
-    if (KLIBFileGetLine(status_path, "Name:", name, sizeof name, KLIB_FILE_MATCH_PREFIX) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Name:", name, sizeof name, KLIB_FILE_MATCH_PREFIX) <= 0)
+        return;
     if (strstr(name, "smbd") != nullptr) {
         ++counts->smb;
     } else if (strstr(name, "afpd") != nullptr) {

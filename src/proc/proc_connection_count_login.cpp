@@ -16,8 +16,7 @@ int max_services() {
     const kova::RootedPath factory(kova::proc::kFactoryInfoFile);
     char value[16] = "";
     int max = kDefaultMaxServices;
-    if (KLIBFileGetKeyValue(factory.c_str(), "maxservices", value, sizeof value, 0) >
-        0) {
+    if (KLIBFileGetKeyValue(factory.c_str(), "maxservices", value, sizeof value, 0) > 0) {
         max = atoi(value);
         if (max < 0) max = kDefaultMaxServices;
     }

@@ -32,9 +32,11 @@ const char *status_value(const char *line) {
 void match_connection(const char *status_path, void *context) {
     auto *search = static_cast<Search *>(context);
     char line[384];
-    if (KLIBFileGetLine(status_path, "Name:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Name:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0)
+        return;
     if (strcmp(status_value(line), "smbd") != 0) return;
-    if (KLIBFileGetLine(status_path, "Uid:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0) return;
+    if (KLIBFileGetLine(status_path, "Uid:", line, sizeof line, KLIB_FILE_MATCH_PREFIX) <= 0)
+        return;
     char *rest = nullptr;
     strtol(status_value(line), &rest, 10);             // real uid
     const long effective = strtol(rest, nullptr, 10);  // the served user's, once logged in

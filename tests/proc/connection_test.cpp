@@ -19,7 +19,7 @@ namespace kova::test {
 namespace {
 
 class ConnectionTest : public SandboxTest {
-protected:
+  protected:
     ConnectionTest() { kova::proc::testing::forget_max_services(); }
     ~ConnectionTest() override { kova::proc::testing::forget_max_services(); }
 
@@ -27,8 +27,7 @@ protected:
         const std::string uid = std::to_string(euid);
         write_file(path("/proc/" + std::to_string(pid) + "/status"),
                    "Name:\t" + name + "\nUmask:\t0022\nState:\tS (sleeping)\nPid:\t" +
-                       std::to_string(pid) + "\nUid:\t0\t" + uid + "\t" + uid + "\t" + uid +
-                       "\n");
+                       std::to_string(pid) + "\nUid:\t0\t" + uid + "\t" + uid + "\t" + uid + "\n");
     }
     void max_services(const std::string &line) {
         std::string info = read_file(path("/etc.defaults/kovainfo.conf"));
@@ -72,7 +71,7 @@ TEST_F(ConnectionTest, MastersAloneAreNoConnection) {
 TEST_F(ConnectionTest, LoginLimitFromMaxServices) {
     two_connections();
     max_services("maxservices=\"2\"\n");
-    EXPECT_EQ(KLIBConnectionCountLogin(0, 0), 2);  // existing ones may stay at the limit
+    EXPECT_EQ(KLIBConnectionCountLogin(0, 0), 2);   // existing ones may stay at the limit
     EXPECT_EQ(KLIBConnectionCountLogin(0, 1), -1);  // a new one may not exceed it
     EXPECT_EQ(KLIBErrGet(), static_cast<uint32_t>(ERR_OP_FAILURE));
     EXPECT_EQ(KOVAErrorGetLine(), 52);
@@ -88,7 +87,8 @@ TEST_F(ConnectionTest, CheckWaitsForTheConnectLock) {
     if (holder == 0) {
         const int rc = ErrKLIBFileLock(KLIB_LOCK_CONNECT | KLIB_LOCK_EX | KLIB_LOCK_NB, 0);
         if (write(ready[1], &rc, sizeof rc) != sizeof rc) _exit(1);
-        for (;;) pause();
+        for (;;)
+            pause();
     }
     int rc = -1;
     ASSERT_EQ(read(ready[0], &rc, sizeof rc), static_cast<ssize_t>(sizeof rc));
@@ -114,7 +114,8 @@ TEST_F(ConnectionTest, MaximumIsReadOncePerProcess) {
 }
 
 TEST_F(ConnectionTest, MissingOrNegativeMaximumMeans32) {
-    for (int i = 0; i < 33; ++i) process(1000 + i, "afpd");  // 32 connections
+    for (int i = 0; i < 33; ++i)
+        process(1000 + i, "afpd");  // 32 connections
     max_services("");
     EXPECT_EQ(KLIBConnectionCountLogin(0, 0), 32);
     EXPECT_EQ(KLIBConnectionCountLogin(0, 1), -1);
@@ -124,7 +125,7 @@ TEST_F(ConnectionTest, MissingOrNegativeMaximumMeans32) {
 }
 
 class SmbConnectionTest : public ConnectionTest {
-protected:
+  protected:
     SmbConnectionTest() {
         write_file(path("/etc/passwd"),
                    "root:x:0:0:root:/root:/bin/sh\n"

@@ -32,7 +32,8 @@ TEST(EncShParam, EscapesEachByteWhileRoomRemains) {
 // Every byte 1..255, escaped, stands unquoted in a command and reaches the program unchanged.
 TEST(EncShParam, EveryByteSurvivesTheShell) {
     std::string all;
-    for (int c = 1; c < 256; ++c) all += static_cast<char>(c);
+    for (int c = 1; c < 256; ++c)
+        all += static_cast<char>(c);
     std::string escaped(4 * all.size(), '\0');
     ASSERT_EQ(KLIBEncShParam(all.c_str(), escaped.data(), static_cast<int>(escaped.size())), 0);
     // popen runs /bin/sh -c with the command.
@@ -41,7 +42,8 @@ TEST(EncShParam, EveryByteSurvivesTheShell) {
     std::string back;
     char buf[512];
     size_t n;
-    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) back.append(buf, n);
+    while ((n = fread(buf, 1, sizeof buf, pipe)) > 0)
+        back.append(buf, n);
     EXPECT_EQ(pclose(pipe), 0);
     EXPECT_EQ(back, all);
 }

@@ -19,7 +19,8 @@ using ExecTest = SandboxTest;
 // The text a child wrote to the given file, without trailing line feeds.
 std::string written(const std::string &path) {
     std::string text = read_file(path);
-    while (!text.empty() && text.back() == '\n') text.pop_back();
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
     return text;
 }
 
@@ -34,8 +35,7 @@ TEST_F(ExecTest, ExitCodesOfTheProgram) {
 }
 
 TEST_F(ExecTest, MissingProgramExitsWith255) {
-    EXPECT_EQ(KLIBExec(path("/no/such/program").c_str(), nullptr, nullptr, nullptr, nullptr),
-              255);
+    EXPECT_EQ(KLIBExec(path("/no/such/program").c_str(), nullptr, nullptr, nullptr, nullptr), 255);
 }
 
 TEST_F(ExecTest, KilledChildIsAFailure) {
@@ -66,10 +66,10 @@ TEST_F(ExecTest, BackgroundChildKeepsSessionDirectoryAndEnvironment) {
     const std::string out = path("/tmp/child.txt");
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    const std::string script =
-        "exec 3>" + out +
-        "; fds=$(readlink /proc/$$/fd/1); echo \"$fds\" >&3; echo \"dir=$(pwd) mark=$KOVA_TEST_MARK\" >&3"
-        "; [ \"$(ps -o sid= -p $$ | tr -d ' ')\" = $$ ] || echo member >&3";
+    const std::string script = "exec 3>" + out +
+                               "; fds=$(readlink /proc/$$/fd/1); echo \"$fds\" >&3; echo "
+                               "\"dir=$(pwd) mark=$KOVA_TEST_MARK\" >&3"
+                               "; [ \"$(ps -o sid= -p $$ | tr -d ' ')\" = $$ ] || echo member >&3";
     const int pid = KLIBBackgroundExec("/bin/sh", "-c", script.c_str(), nullptr, nullptr);
     unsetenv("KOVA_TEST_MARK");
     ASSERT_GT(pid, 0);

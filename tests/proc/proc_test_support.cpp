@@ -44,7 +44,8 @@ HeldOperation::HeldOperation(int op) {
         int n = 16;
         const int rc = KOVAOperationRegister(op, 0, ids, &n, 0);
         if (write(report[1], &rc, sizeof rc) != sizeof rc) _exit(1);
-        for (;;) pause();
+        for (;;)
+            pause();
     }
     close(report[1]);
     if (read(report[0], &result_, sizeof result_) != sizeof result_) result_ = -100;
@@ -58,7 +59,9 @@ void HeldOperation::end() {
     pid_ = -1;
 }
 
-HeldOperation::~HeldOperation() { end(); }
+HeldOperation::~HeldOperation() {
+    end();
+}
 
 RegistryTest::~RegistryTest() {
     const int id = shmget(kova::proc::registry_key(), 0, 0);

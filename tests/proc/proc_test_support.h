@@ -23,7 +23,7 @@ int reap(pid_t pid);
 // A child process that registers an operation and holds it until it is killed by end() or
 // the destructor (its entry then stays behind, dead).
 class HeldOperation {
-public:
+  public:
     explicit HeldOperation(int op);
     ~HeldOperation();
     HeldOperation(const HeldOperation &) = delete;
@@ -34,14 +34,14 @@ public:
     // Kills the child and reaps it.
     void end();
 
-private:
+  private:
     pid_t pid_ = -1;
     int result_ = -100;
 };
 
 // A sandbox test that removes the sandbox's registry segment afterwards.
 class RegistryTest : public SandboxTest {
-protected:
+  protected:
     ~RegistryTest() override;
 };
 

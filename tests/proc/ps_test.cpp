@@ -17,7 +17,7 @@ namespace kova::test {
 namespace {
 
 class PsTest : public SandboxTest {
-protected:
+  protected:
     ~PsTest() override {
         for (pid_t pid : children_) {
             kill(pid, SIGKILL);
@@ -41,10 +41,12 @@ protected:
 TEST_F(PsTest, FindsEveryMatchButStoresOnlyTheCapacity) {
     const std::string name = unique_name("ps");
     std::vector<pid_t> started;
-    for (int i = 0; i < 5; ++i) started.push_back(start(name));
+    for (int i = 0; i < 5; ++i)
+        started.push_back(start(name));
     int pids[2] = {-1, -1};
     EXPECT_EQ(KLIBPs(name.c_str(), pids, 2), 5);
-    for (int pid : pids) EXPECT_NE(std::find(started.begin(), started.end(), pid), started.end());
+    for (int pid : pids)
+        EXPECT_NE(std::find(started.begin(), started.end(), pid), started.end());
     EXPECT_NE(pids[0], pids[1]);
 
     int all[8] = {};

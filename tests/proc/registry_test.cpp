@@ -95,7 +95,8 @@ TEST_F(RegistryConflicts, CapacityLimitsTheCopyNotTheCount) {
     int n = 1;
     EXPECT_EQ(KOVAOperationRegister(KOVA_OP_IRON, 0, ids, &n, 0), 1);
     EXPECT_EQ(n, 3);
-    EXPECT_TRUE(ids[0] == KOVA_OP_HOSTNAME || ids[0] == KOVA_OP_ACCOUNT || ids[0] == KOVA_OP_VOLUME);
+    EXPECT_TRUE(ids[0] == KOVA_OP_HOSTNAME || ids[0] == KOVA_OP_ACCOUNT ||
+                ids[0] == KOVA_OP_VOLUME);
     EXPECT_EQ(ids[1], -1);
 }
 
@@ -115,7 +116,8 @@ TEST_F(RegistryConflicts, EntriesOfDeadProcessesArePurged) {
 TEST_F(RegistryConflicts, FullTableRefusesTheSeventeenth) {
     int ids[4];
     int n = 4;
-    for (int i = 0; i < 16; ++i) ASSERT_EQ(KOVAOperationRegister(KOVA_OP_NONE, 0, ids, &n, 0), 0);
+    for (int i = 0; i < 16; ++i)
+        ASSERT_EQ(KOVAOperationRegister(KOVA_OP_NONE, 0, ids, &n, 0), 0);
     EXPECT_EQ(KOVAOperationRegister(KOVA_OP_NONE, 0, ids, &n, 0), -1);
     EXPECT_EQ(KLIBErrGet(), static_cast<uint32_t>(ERR_NOT_ENOUGH_SPACE));
     EXPECT_EQ(KOVAErrorGetLine(), 92);

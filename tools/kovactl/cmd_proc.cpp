@@ -29,7 +29,8 @@ int operation_id(const char *name) {
 }
 
 void print_names(const int *ids, int count) {
-    for (int i = 0; i < count; ++i) printf("%s%s", i ? " " : "", KOVAOperationGetName(ids[i]));
+    for (int i = 0; i < count; ++i)
+        printf("%s%s", i ? " " : "", KOVAOperationGetName(ids[i]));
     printf("\n");
 }
 
@@ -84,7 +85,8 @@ int cmd_ps(int argc, char **argv) {
     const int found = KLIBPs(argv[1], pids, kMaxPids);
     if (found < 0) return report_failure("ps");
     printf("%d %s '%s'", found, found == 1 ? "process matches" : "processes match", argv[1]);
-    for (int i = 0; i < found && i < kMaxPids; ++i) printf("%s%d", i ? " " : ": ", pids[i]);
+    for (int i = 0; i < found && i < kMaxPids; ++i)
+        printf("%s%d", i ? " " : ": ", pids[i]);
     printf("\n");
     return 0;
 }
