@@ -73,37 +73,31 @@ TEST_F(ExecTest, BackgroundChildIsNotWaitedForAndAbortsOnFailedExec) {
     EXPECT_EQ(KLIBExecv(missing.c_str(), argv, 1), -1);
 }
 
-TEST_F(ExecTest, ExecvKeepsTheEnvironmentAndWaitsOnlyWhenAsked) {
-    std::string check = "[ \"$KOVA_TEST_MARK\" = kept ] && exit 5";
-    const std::string flag = path("/tmp/flag");
+// KLIBExecv keeps the environment and waits only when asked. Under SA_NOCLDWAIT the kernel
+// would reap a child before it could be waited for: the flag is lifted during a call and
+// restored. SIG_IGN reaps children itself: the wait finds none.
+TEST_F(ExecTest, ExecvAndTheCallersChildSignalSettings) {
+    std::string check = "[ \"$KOVA_TEST_MARK\" = kept ] && exit 5", flag = path("/tmp/flag");
     std::string later = "sleep 0.3; touch " + flag;
-    char sh[] = "sh", c[] = "-c";
-    char *waited[] = {sh, c, check.data(), nullptr}, *background[] = {sh, c, later.data(), nullptr};
+    char sh_[] = "sh", c[] = "-c";
+    char *waited[] = {sh_, c, check.data(), nullptr},
+         *background[] = {sh_, c, later.data(), nullptr};
+    struct sigaction nowait = {}, ignore = {}, saved = {}, after = {};
+    nowait.sa_flags = SA_NOCLDWAIT;
+    ignore.sa_handler = SIG_IGN;
     setenv("KOVA_TEST_MARK", "kept", 1);
+    ASSERT_EQ(sigaction(SIGCHLD, &nowait, &saved), 0);
+    EXPECT_EQ(sh("exit 9"), 9);
     EXPECT_EQ(KLIBExecv("/bin/sh", waited, 1), 5);
+    sigaction(SIGCHLD, &ignore, &after);
+    EXPECT_NE(after.sa_flags & SA_NOCLDWAIT, 0);
+    EXPECT_EQ(sh("exit 9"), 0);
+    sigaction(SIGCHLD, &saved, nullptr);
     unsetenv("KOVA_TEST_MARK");
     EXPECT_EQ(KLIBExecv("/bin/sh", background, 0), 0);
     EXPECT_FALSE(file_exists(flag));
     EXPECT_GT(wait(nullptr), 0);
     EXPECT_TRUE(file_exists(flag));
-}
-
-// With SA_NOCLDWAIT the kernel would reap the child before it could be waited for: the flag is
-// lifted during the call and restored. SIG_IGN reaps children itself; the wait finds none.
-TEST_F(ExecTest, CallersChildSignalSettings) {
-    char sh_[] = "sh", c[] = "-c", exit4[] = "exit 4";
-    char *argv[] = {sh_, c, exit4, nullptr};
-    struct sigaction nowait {
-    }, ignore{}, saved{}, after{};
-    nowait.sa_flags = SA_NOCLDWAIT;
-    ignore.sa_handler = SIG_IGN;
-    ASSERT_EQ(sigaction(SIGCHLD, &nowait, &saved), 0);
-    EXPECT_EQ(sh("exit 9"), 9);
-    EXPECT_EQ(KLIBExecv("/bin/sh", argv, 1), 4);
-    sigaction(SIGCHLD, &ignore, &after);
-    EXPECT_NE(after.sa_flags & SA_NOCLDWAIT, 0);
-    EXPECT_EQ(sh("exit 9"), 0);
-    sigaction(SIGCHLD, &saved, nullptr);
 }
 
 TEST_F(ExecTest, SystemRunsTheShellAndTestsCanSeeIt) {
@@ -114,7 +108,9 @@ TEST_F(ExecTest, SystemRunsTheShellAndTestsCanSeeIt) {
     EXPECT_EQ(runs.runs(), (std::vector<std::string>{"exit 3", "/bin/sh -c exit 0"}));
 }
 
-TEST(EncShParam, EscapesEachByteWhileRoomRemains) {
+// Each byte is escaped while room remains. Every byte 1..255, escaped, stands unquoted in a
+// command and reaches the program unchanged.
+TEST(EncShParam, EscapesWhileRoomRemainsAndEveryByteSurvivesTheShell) {
     char out[8];
     EXPECT_EQ(KLIBEncShParam("ab", out, 5), 0);
     EXPECT_STREQ(out, "\\a\\b");
@@ -125,10 +121,7 @@ TEST(EncShParam, EscapesEachByteWhileRoomRemains) {
     EXPECT_EQ(KLIBEncShParam(nullptr, out, 8), -1);
     EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
     EXPECT_EQ(KLIBEncShParam("a", out, 0), -1);
-}
 
-// Every byte 1..255, escaped, stands unquoted in a command and reaches the program unchanged.
-TEST(EncShParam, EveryByteSurvivesTheShell) {
     std::string all, back;
     for (int c = 1; c < 256; ++c)
         all += static_cast<char>(c);

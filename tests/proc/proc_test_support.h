@@ -72,15 +72,15 @@ class Children {
         usleep(50 * 1000);  // until the exec has happened
         return adopt(pid);
     }
-    // A child holding a registration of op until it is ended (its entry then stays behind,
-    // dead); -1 when the registration did not return 0.
-    pid_t hold(int op) {
+    // A child that runs fn and, when it returned 0, stays (holding what fn took) until it is
+    // ended: its pid, or -1 when fn failed.
+    template <class F>
+    pid_t hold_while(F fn) {
         int report[2], rc = -100;
         if (pipe(report) != 0) return -1;
         const pid_t pid = adopt(fork());
         if (pid == 0) {
-            int ids[16], n = 16;
-            rc = KOVAOperationRegister(op, 0, ids, &n, 0);
+            rc = fn();
             if (write(report[1], &rc, sizeof rc) == sizeof rc)
                 for (;;)
                     pause();
@@ -90,6 +90,13 @@ class Children {
         if (read(report[0], &rc, sizeof rc) != sizeof rc) rc = -100;
         close(report[0]);
         return rc == 0 ? pid : -1;
+    }
+    // A child holding a registration of op (when ended, its entry stays behind, dead).
+    pid_t hold(int op) {
+        return hold_while([op] {
+            int ids[16], n = 16;
+            return KOVAOperationRegister(op, 0, ids, &n, 0);
+        });
     }
 
   private:

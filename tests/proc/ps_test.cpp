@@ -19,12 +19,9 @@ TEST_F(PsTest, FindsEveryMatchButStoresOnlyTheCapacity) {
     int two[2] = {-1, -1}, all[8] = {};
     EXPECT_EQ(KLIBPs(name.c_str(), two, 2), 5);
     ASSERT_EQ(KLIBPs(name.c_str(), all, 8), 5);
-    std::sort(all, all + 5);
-    std::sort(started.begin(), started.end());
-    EXPECT_EQ(std::vector<int>(all, all + 5), started);
-    EXPECT_NE(two[0], two[1]);
-    for (int pid : two)
-        EXPECT_TRUE(std::binary_search(all, all + 5, pid)) << pid;
+    EXPECT_TRUE(std::is_permutation(all, all + 5, started.begin()));
+    EXPECT_TRUE(two[0] != two[1] && std::count(all, all + 5, two[0]) == 1 &&
+                std::count(all, all + 5, two[1]) == 1);
     EXPECT_EQ(BlKLIBIIsProcAlive(name.c_str()), 1);
     // The grep itself is not a match, and the listing's temporary file does not stay behind.
     EXPECT_EQ(KLIBPs(unique_name("none").c_str(), two, 2), 0);
@@ -43,16 +40,13 @@ TEST_F(PsTest, BadPatternsAndUnwritableTempDirectory) {
     EXPECT_TRUE(raised(ERR_READ_FAILED, 39));
 }
 
+// The appliance's ps, inside the sandbox, answers instead of the machine's.
 TEST_F(PsTest, ProgramsInsideTheSandboxComeFirst) {
     write_file(path("/bin/ps"), "#!/bin/sh\necho ' 4242 ?  S  0:00 fakedaemon --serve'\n");
     chmod(path("/bin/ps").c_str(), 0755);
-    RunCapture runs;
     int pid = 0;
     EXPECT_EQ(KLIBPs("fakedaemon", &pid, 1), 1);
     EXPECT_EQ(pid, 4242);
-    EXPECT_EQ(runs.runs(), std::vector<std::string>{
-                               path("/bin/ps") + " -awx | grep 'fakedaemon' > " +
-                               path("/tmp/tempKLIBPs") + std::to_string(getpid()) + " 2>&1"});
 }
 
 TEST_F(PsTest, KillTerminatesThenKillsWhatSurvivesOrKillsAtOnce) {
@@ -83,35 +77,30 @@ TEST_F(PsTest, ProcessIsAliveLooksAtTheProcessName) {
     EXPECT_FALSE(file_exists(path("/tmp/injected")));
 }
 
-TEST_F(PsTest, PidFilesCreatedAndRead) {
+TEST_F(PsTest, PidFilesAndLivenessOfAChildBeforeAndAfterItIsReaped) {
     const std::string file = path("/var/run/daemon.pid");
     write_file(file, "stale contents that are longer\n");
     EXPECT_EQ(KOVAProcPidFileCreate(file.c_str()), 0);
     EXPECT_EQ(read_file(file), std::to_string(getpid()) + "\n");
     EXPECT_EQ(KOVAProcPidFileCreate(path("/no/dir/x.pid").c_str()), -1);
     EXPECT_TRUE(raised(ERR_OPEN_FAILED));
-    write_file(file, "");
-    EXPECT_EQ(KLIBReadPidFile(file.c_str()), 0);
-    write_file(file, "  1234\n5678\n");
-    EXPECT_EQ(KLIBReadPidFile(file.c_str()), 1234);
-    EXPECT_EQ(KLIBReadPidFile(path("/var/run/missing.pid").c_str()), -1);
-    EXPECT_TRUE(raised(ERR_OPEN_FAILED));
-    EXPECT_EQ(KLIBReadPidFile(nullptr), -1);
-    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
-}
-
-TEST_F(PsTest, LivenessOfAChildBeforeAndAfterItIsReaped) {
     const pid_t child = children_.sleeper(unique_name("pid"));
-    const std::string file = path("/var/run/child.pid");
-    write_file(file, std::to_string(child) + "\n");
+    write_file(file, "  " + std::to_string(child) + "\n5678\n");
+    EXPECT_EQ(KLIBReadPidFile(file.c_str()), child);
     EXPECT_EQ(BlKLIBProcAlive(child), 1);
     EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 1);
     children_.end(child);
     EXPECT_EQ(BlKLIBProcAlive(child), 0);
     EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 0);
-    write_file(file, "not a number\n");
-    EXPECT_EQ(KLIBReadPidFile(file.c_str()), 0);
-    EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 0);
+    for (const char *unreadable : {"", "not a number\n"}) {
+        write_file(file, unreadable);
+        EXPECT_EQ(KLIBReadPidFile(file.c_str()), 0);
+        EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 0);
+    }
+    EXPECT_EQ(KLIBReadPidFile(path("/var/run/missing.pid").c_str()), -1);
+    EXPECT_TRUE(raised(ERR_OPEN_FAILED));
+    EXPECT_EQ(KLIBReadPidFile(nullptr), -1);
+    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
     EXPECT_EQ(KLIBProcAliveByPidFile(nullptr), 0);
 }
 
