@@ -1,16 +1,6 @@
-// Finding and signalling processes by their command line, against real processes.
-#include <signal.h>
+// Process checks against real processes: by command line, by name, by pid and by pid file.
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "kovasdk/error.h"
-#include "kovasdk/proc.h"
 #include "proc/proc_test_support.h"
 
 namespace kova::test {
@@ -18,117 +8,117 @@ namespace {
 
 class PsTest : public SandboxTest {
   protected:
-    ~PsTest() override {
-        for (pid_t pid : children_) {
-            kill(pid, SIGKILL);
-            reap(pid);
-        }
-    }
-    pid_t start(const std::string &name, bool ignore_term = false) {
-        const pid_t pid = start_sleeper(name, ignore_term);
-        children_.push_back(pid);
-        usleep(50 * 1000);  // until the exec has happened and ps shows the name
-        return pid;
-    }
-    // Reaps a child the test expects to be gone; its raw status.
-    int finish(pid_t pid) {
-        children_.erase(std::remove(children_.begin(), children_.end(), pid), children_.end());
-        return reap(pid);
-    }
-    std::vector<pid_t> children_;
+    Children children_;
 };
 
 TEST_F(PsTest, FindsEveryMatchButStoresOnlyTheCapacity) {
     const std::string name = unique_name("ps");
-    std::vector<pid_t> started;
+    std::vector<int> started;
     for (int i = 0; i < 5; ++i)
-        started.push_back(start(name));
-    int pids[2] = {-1, -1};
-    EXPECT_EQ(KLIBPs(name.c_str(), pids, 2), 5);
-    for (int pid : pids)
-        EXPECT_NE(std::find(started.begin(), started.end(), pid), started.end());
-    EXPECT_NE(pids[0], pids[1]);
-
-    int all[8] = {};
+        started.push_back(children_.sleeper(name));
+    int two[2] = {-1, -1}, all[8] = {};
+    EXPECT_EQ(KLIBPs(name.c_str(), two, 2), 5);
     ASSERT_EQ(KLIBPs(name.c_str(), all, 8), 5);
-    std::vector<pid_t> found(all, all + 5);
-    std::sort(found.begin(), found.end());
-    std::sort(started.begin(), started.end());
-    EXPECT_EQ(found, started);
+    EXPECT_TRUE(std::is_permutation(all, all + 5, started.begin()));
+    EXPECT_TRUE(two[0] != two[1] && std::count(all, all + 5, two[0]) == 1 &&
+                std::count(all, all + 5, two[1]) == 1);
     EXPECT_EQ(BlKLIBIIsProcAlive(name.c_str()), 1);
-    // The listing's temporary file does not stay behind.
+    // The grep itself is not a match, and the listing's temporary file does not stay behind.
+    EXPECT_EQ(KLIBPs(unique_name("none").c_str(), two, 2), 0);
+    EXPECT_EQ(BlKLIBIIsProcAlive(unique_name("none").c_str()), 0);
     EXPECT_EQ(list_dir(path("/tmp")), std::vector<std::string>{".keep"});
 }
 
-TEST_F(PsTest, NoMatchAndBadPatterns) {
-    const std::string name = unique_name("none");
+TEST_F(PsTest, BadPatternsAndUnwritableTempDirectory) {
     int pid = 0;
-    EXPECT_EQ(KLIBPs(name.c_str(), &pid, 1), 0);  // the grep itself is not a match
-    EXPECT_EQ(BlKLIBIIsProcAlive(name.c_str()), 0);
     EXPECT_EQ(KLIBPs("it's", &pid, 1), -1);
-    EXPECT_EQ(KLIBErrGet(), static_cast<uint32_t>(ERR_BAD_PARAMETERS));
+    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
     EXPECT_EQ(KLIBPs(nullptr, &pid, 1), -1);
-    EXPECT_EQ(KLIBPs(name.c_str(), nullptr, 1), -1);
-}
-
-TEST_F(PsTest, UnwritableTempDirectoryIsAReadFailure) {
+    EXPECT_EQ(KLIBPs("x", nullptr, 1), -1);
     std::filesystem::remove_all(path("/tmp"));
     EXPECT_EQ(KLIBPs("anything", nullptr, 0), -1);
-    EXPECT_EQ(KLIBErrGet(), static_cast<uint32_t>(ERR_READ_FAILED));
-    EXPECT_EQ(KOVAErrorGetLine(), 39);
+    EXPECT_TRUE(raised(ERR_READ_FAILED, 39));
 }
 
+// The appliance's ps, inside the sandbox, answers instead of the machine's.
 TEST_F(PsTest, ProgramsInsideTheSandboxComeFirst) {
-    // A ps of the sandbox appliance answers instead of the machine's.
     write_file(path("/bin/ps"), "#!/bin/sh\necho ' 4242 ?  S  0:00 fakedaemon --serve'\n");
     chmod(path("/bin/ps").c_str(), 0755);
-    RunCapture runs;
     int pid = 0;
     EXPECT_EQ(KLIBPs("fakedaemon", &pid, 1), 1);
     EXPECT_EQ(pid, 4242);
-    ASSERT_EQ(runs.runs().size(), 1u);
-    EXPECT_EQ(runs.runs()[0], path("/bin/ps") + " -awx | grep 'fakedaemon' > " +
-                                  path("/tmp/tempKLIBPs") + std::to_string(getpid()) + " 2>&1");
 }
 
-TEST_F(PsTest, KillTerminatesThenKillsWhatSurvives) {
+TEST_F(PsTest, KillTerminatesThenKillsWhatSurvivesOrKillsAtOnce) {
     const std::string name = unique_name("kill");
-    const pid_t polite = start(name);
-    const pid_t stubborn = start(name, /*ignore_term=*/true);
+    const pid_t polite = children_.sleeper(name);
+    const pid_t stubborn = children_.sleeper(name, /*ignore_term=*/true);
     EXPECT_EQ(KLIBIKill(name.c_str(), 0), 2);
-    EXPECT_EQ(WTERMSIG(finish(polite)), SIGTERM);
-    EXPECT_EQ(WTERMSIG(finish(stubborn)), SIGKILL);
+    EXPECT_EQ(children_.finish(polite), -SIGTERM);
+    EXPECT_EQ(children_.finish(stubborn), -SIGKILL);
     EXPECT_EQ(KLIBIKill(name.c_str(), 0), 0);
-}
-
-TEST_F(PsTest, ForcedKillSendsKillAtOnce) {
-    const std::string name = unique_name("force");
-    const pid_t child = start(name);
+    const pid_t forced = children_.sleeper(name);
     EXPECT_EQ(KLIBIKill(name.c_str(), 1), 1);
-    EXPECT_EQ(WTERMSIG(finish(child)), SIGKILL);
+    EXPECT_EQ(children_.finish(forced), -SIGKILL);
     EXPECT_EQ(KLIBIKill(nullptr, 1), -1);
-    EXPECT_EQ(KOVAErrorGetLine(), 45);
+    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS, 45));
 }
 
 TEST_F(PsTest, ProcessIsAliveLooksAtTheProcessName) {
     // Plain ps shows the executable's name (at most 15 bytes): run sleep under a unique one.
     const std::string name = "kt" + std::to_string(getpid()) + "-alive";
-    const std::string link = path("/bin/") + name;
     std::filesystem::create_directories(path("/bin"));
-    std::filesystem::create_symlink("/bin/sleep", link);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        execl(link.c_str(), name.c_str(), "30", static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    children_.push_back(pid);
-    usleep(50 * 1000);
+    std::filesystem::create_symlink("/bin/sleep", path("/bin/" + name));
+    children_.sleeper(name, false, path("/bin/" + name));
     EXPECT_EQ(BlProcessIsAlive(name.c_str()), 1);
     EXPECT_EQ(BlProcessIsAlive((name + "x").c_str()), 0);
     // Shell metacharacters in the name reach grep as text.
-    const std::string injected = path("/tmp/injected");
-    EXPECT_EQ(BlProcessIsAlive(("x; touch " + injected).c_str()), 0);
-    EXPECT_FALSE(file_exists(injected));
+    EXPECT_EQ(BlProcessIsAlive(("x; touch " + path("/tmp/injected")).c_str()), 0);
+    EXPECT_FALSE(file_exists(path("/tmp/injected")));
+}
+
+TEST_F(PsTest, PidFilesAndLivenessOfAChildBeforeAndAfterItIsReaped) {
+    const std::string file = path("/var/run/daemon.pid");
+    write_file(file, "stale contents that are longer\n");
+    EXPECT_EQ(KOVAProcPidFileCreate(file.c_str()), 0);
+    EXPECT_EQ(read_file(file), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(KOVAProcPidFileCreate(path("/no/dir/x.pid").c_str()), -1);
+    EXPECT_TRUE(raised(ERR_OPEN_FAILED));
+    const pid_t child = children_.sleeper(unique_name("pid"));
+    write_file(file, "  " + std::to_string(child) + "\n5678\n");
+    EXPECT_EQ(KLIBReadPidFile(file.c_str()), child);
+    EXPECT_EQ(BlKLIBProcAlive(child), 1);
+    EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 1);
+    children_.end(child);
+    EXPECT_EQ(BlKLIBProcAlive(child), 0);
+    EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 0);
+    for (const char *unreadable : {"", "not a number\n"}) {
+        write_file(file, unreadable);
+        EXPECT_EQ(KLIBReadPidFile(file.c_str()), 0);
+        EXPECT_EQ(KLIBProcAliveByPidFile(file.c_str()), 0);
+    }
+    EXPECT_EQ(KLIBReadPidFile(path("/var/run/missing.pid").c_str()), -1);
+    EXPECT_TRUE(raised(ERR_OPEN_FAILED));
+    EXPECT_EQ(KLIBReadPidFile(nullptr), -1);
+    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
+    EXPECT_EQ(KLIBProcAliveByPidFile(nullptr), 0);
+}
+
+// A process that may not be signalled is alive for BlKLIBProcAlive but not for the pid file.
+TEST_F(PsTest, PermissionDeniedCountsOnlyForProcAlive) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to drop to another user";
+    const std::string file = path("/var/run/init.pid");
+    write_file(file, "1\n");
+    for (const std::string &p : {root(), path("/var"), path("/var/run"), file})
+        chmod(p.c_str(), p == file ? 0644 : 0755);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setuid(65534) != 0 || access(file.c_str(), R_OK) != 0) _exit(3);
+        _exit(BlKLIBProcAlive(1) * 10 + KLIBProcAliveByPidFile(file.c_str()));
+    }
+    const int rc = reap(child);
+    if (rc == 3) GTEST_SKIP() << "the build tree is not readable by nobody";
+    EXPECT_EQ(rc, 10);
 }
 
 }  // namespace
