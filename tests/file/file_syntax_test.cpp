@@ -19,8 +19,6 @@ class FileSyntax : public FileTest {
         EXPECT_EQ(static_cast<size_t>(rc), strlen(buf) + 1);
         return buf;
     }
-
-    const std::string none_ = path("/etc/none");
 };
 
 TEST_F(FileSyntax, LineSyntaxTable) {
@@ -72,7 +70,7 @@ TEST_F(FileSyntax, GetKeyValueBuffersAndErrors) {
     EXPECT_TRUE(raised(ERR_KEY_NOT_FOUND, 108));
     EXPECT_EQ(KLIBFileGetKeyValue(conf_, "b", nullptr, 4, 0), -1);
     EXPECT_TRUE(raised(ERR_BAD_PARAMETERS, 52));
-    EXPECT_EQ(KLIBFileGetKeyValue(none_.c_str(), "b", small, 3, 0), -1);
+    EXPECT_EQ(KLIBFileGetKeyValue(none_, "b", small, 3, 0), -1);
     EXPECT_TRUE(raised(ERR_OPEN_FAILED, 56));
 }
 
@@ -99,9 +97,8 @@ TEST_F(FileSyntax, SetKeyValueRewrites) {
     write_file(conf_, "x=1");
     EXPECT_EQ(KLIBFileSetKeyValue(conf_, "y", "2", KLIB_FILE_FORMAT_QUOTED), 1);
     EXPECT_EQ(read_file(conf_), "x=1y=\"2\"\n");  // appended right after the last byte (kept)
-    const std::string fresh = path("/etc/fresh.conf");
-    EXPECT_EQ(KLIBFileSetKeyValue(fresh.c_str(), "k", "v", nullptr), 1);
-    EXPECT_EQ(read_file(fresh), "k=v\n");
+    EXPECT_EQ(KLIBFileSetKeyValue(none_, "k", "v", nullptr), 1);
+    EXPECT_EQ(read_file(none_), "k=v\n");
     EXPECT_EQ(KLIBFileSetKeyValue(nullptr, "k", "v", nullptr), -1);
     EXPECT_TRUE(raised(ERR_BAD_PARAMETERS, 61));
 }
@@ -121,7 +118,7 @@ TEST_F(FileSyntax, SetKeysRemoveKeyAndAppend) {
     EXPECT_EQ(KLIBFileRemoveKey(conf_, "a"), 0);
     EXPECT_TRUE(raised(ERR_KEY_NOT_FOUND, 96));
     EXPECT_EQ(list_dir(path("/etc")), (std::vector<std::string>{"kovainfo.conf", "test.conf"}));
-    EXPECT_EQ(KLIBFileRemoveKey(none_.c_str(), "a"), -1);
+    EXPECT_EQ(KLIBFileRemoveKey(none_, "a"), -1);
 
     EXPECT_EQ(KLIBFileAppendKey(conf_, "b", "x", nullptr), 1);
     EXPECT_EQ(KLIBFileComment(conf_, "b"), 2);
@@ -130,14 +127,12 @@ TEST_F(FileSyntax, SetKeysRemoveKeyAndAppend) {
     EXPECT_EQ(BlKOVAFileCheckKeyValue(conf_, "d", "6"), 0);
 
     // A new file gets 0644 whatever the umask.
-    const std::string fresh = path("/etc/fresh.conf");
     const mode_t old_mask = umask(077);
-    EXPECT_EQ(KLIBFileSetKeys(fresh.c_str(), Hash{{"k", "v"}}, nullptr, KLIB_FILE_FORMAT_QUOTED),
-              1);
+    EXPECT_EQ(KLIBFileSetKeys(none_, Hash{{"k", "v"}}, nullptr, KLIB_FILE_FORMAT_QUOTED), 1);
     umask(old_mask);
-    EXPECT_EQ(read_file(fresh), "k=\"v\"\n");
+    EXPECT_EQ(read_file(none_), "k=\"v\"\n");
     struct stat st {};
-    ASSERT_EQ(stat(fresh.c_str(), &st), 0);
+    ASSERT_EQ(stat(none_, &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0644u);
 }
 
@@ -190,7 +185,7 @@ TEST_F(FileSyntax, GetSetAddLine) {
     EXPECT_EQ(read_file(conf_), "a=1\nb=2\nc=3\n");
 
     // Missing files are created with the line, or empty.
-    EXPECT_EQ(KLIBFileAddLine(none_.c_str(), "x", "new", 0), 1);
+    EXPECT_EQ(KLIBFileAddLine(none_, "x", "new", 0), 1);
     EXPECT_EQ(read_file(none_), "new\n");
     EXPECT_EQ(KLIBFileSetLine(path("/etc/other.conf").c_str(), "x", nullptr, 0), 1);
     EXPECT_EQ(read_file(path("/etc/other.conf")), "");

@@ -16,11 +16,11 @@
 
 namespace kova::test {
 
-// A fresh sandbox root with a settings file of the test's own, "/etc/test.conf".
+// A fresh sandbox root with a settings file of the test's own and a name that does not exist.
 class FileTest : public SandboxTest {
   protected:
-    const std::string conf_path_ = path("/etc/test.conf");
-    const char *conf_ = conf_path_.c_str();
+    const std::string conf_path_ = path("/etc/test.conf"), none_path_ = path("/etc/none");
+    const char *conf_ = conf_path_.c_str(), *none_ = none_path_.c_str();
 };
 
 // Whether the last raise was code at line.
