@@ -1,31 +1,16 @@
 // The key-value reader and rewriter on arbitrary file contents: the first line of the input is
 // the key, the rest the file. Getting, setting and removing must not crash, and a set key must
 // read back.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "fuzz_scratch.h"
 #include "kovasdk/file.h"
 
-namespace {
-// Inside the fuzzing root (the build tree), never beside the sources.
-std::string scratch_file() {
-    const char *root = getenv("KOVA_ROOT");
-    std::string dir = root != nullptr && root[0] != '\0' ? root : ".";
-    mkdir(dir.c_str(), 0755);
-    std::string name = dir + "/kova-fuzz-kv.XXXXXX";
-    const int fd = mkstemp(name.data());
-    if (fd >= 0) close(fd);
-    return name;
-}
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const std::string path = scratch_file();
+    static const std::string path = kova::fuzz::scratch_file("kova-fuzz-kv");
     const std::string input(reinterpret_cast<const char *>(data), size);
     const size_t newline = input.find('\n');
     std::string key = input.substr(0, newline == std::string::npos ? 0 : newline);

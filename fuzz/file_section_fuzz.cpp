@@ -1,30 +1,15 @@
 // The section reader on arbitrary file contents: listing sections, reading each one and the
 // whole file's pairs, and rewriting a section must not crash or leak.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "fuzz_scratch.h"
 #include "kovasdk/file.h"
 #include "kovasdk/hash.h"
 
-namespace {
-// Inside the fuzzing root (the build tree), never beside the sources.
-std::string scratch_file() {
-    const char *root = getenv("KOVA_ROOT");
-    std::string dir = root != nullptr && root[0] != '\0' ? root : ".";
-    mkdir(dir.c_str(), 0755);
-    std::string name = dir + "/kova-fuzz-sec.XXXXXX";
-    const int fd = mkstemp(name.data());
-    if (fd >= 0) close(fd);
-    return name;
-}
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const std::string path = scratch_file();
+    static const std::string path = kova::fuzz::scratch_file("kova-fuzz-sec");
     FILE *f = fopen(path.c_str(), "w");
     if (f == nullptr) return 0;
     fwrite(data, 1, size, f);

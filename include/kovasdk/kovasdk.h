@@ -8,6 +8,7 @@
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"
+#include "proc.h"
 #include "unicode.h"
 
 #endif /* KOVASDK_KOVASDK_H */

@@ -143,6 +143,19 @@ static void bdb_family(void) {
     remove(path);
 }
 
+static void proc_family(void) {
+    char out[8];
+    int ids[4];
+    int n = 4;
+    CHECK(KLIBExec("/bin/false", NULL, NULL, NULL, NULL) == 1);
+    CHECK(KLIBEncShParam("ab", out, (int)sizeof out) == 0 && strcmp(out, "\\a\\b") == 0);
+    CHECK(strcmp(KOVAOperationGetName(KOVA_OP_BACKUP), "backup") == 0);
+    CHECK(KOVAOperationRegister(KOVA_OP_END + 1, KOVA_OP_FLAG_TEST_ONLY, ids, &n, 0) == -1 &&
+          n == 0 && KLIBErrGet() == ERR_BAD_PARAMETERS);
+    CHECK(KLIBReadPidFile("/nonexistent/x.pid") == -1);
+    CHECK(BlKLIBProcAlive(0) == 1); /* our own process group */
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -150,6 +163,7 @@ int main(void) {
     hash_family();
     string_family();
     file_family();
+    proc_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

@@ -19,63 +19,67 @@ namespace {
 
 class Model {
   public:
-    explicit Model(unsigned seed) : rng_(seed) { list_ = PslKLIBSzListAlloc(0); }
+    explicit Model(unsigned seed) : rng_(seed), list_(PslKLIBSzListAlloc(0)) {}
     ~Model() { KLIBSzListFree(list_); }
 
     void step() {
         // A case-sorted list orders case-equal texts its own way: follow it.
         if (mode_ == KLIB_SZLIST_SORT_CASE) items_ = ListItems(list_);
-        switch (pick(12)) {
-            case 0:
-                insert_anywhere();
+        const int count = static_cast<int>(items_.size());
+        const std::string s = text();
+        switch (pick(11)) {
+            case 0: {
+                const int idx = pick(count + 4);  // also past the end
+                insert(idx, s, KLIBSzListInsert(&list_, idx, s.c_str()));
                 break;
+            }
             case 1:
+                insert(count, s, KLIBSzListPush(&list_, s.c_str()));
+                break;
             case 2:
-                push();
+                insert(0, s, KLIBSzListUnshift(&list_, s.c_str()));
                 break;
             case 3:
-                unshift();
+                remove(pick(count + 2) - 1);
                 break;
             case 4:
-                remove();
+                remove(pick(2) == 0 ? 0 : count - 1, pick(2) == 0);
                 break;
             case 5:
-                shift_or_pop();
+                set(s);
                 break;
             case 6:
-                set();
+                find(s, KLIB_SZLIST_SORT_BYTES);
                 break;
             case 7:
-                find();
+                find(s, KLIB_SZLIST_SORT_CASE);
                 break;
             case 8:
-                case_find();
+                if (pick(30) == 0)
+                    sort(pick(2) == 0 ? KLIB_SZLIST_SORT_BYTES : KLIB_SZLIST_SORT_CASE);
                 break;
             case 9:
-                if (pick(30) == 0) sort();
+                if (pick(60) == 0) sort(KLIB_SZLIST_UNSORTED);
                 break;
             case 10:
-                if (pick(60) == 0) unsort();
-                break;
-            case 11:
-                if (pick(80) == 0) remove_all();
+                if (pick(80) == 0) {
+                    ASSERT_EQ(KLIBSzListRemoveAll(list_), list_);
+                    items_.clear();
+                }
                 break;
         }
         ASSERT_TRUE(ListInvariantsHold(list_));
-        if (mode_ == KLIB_SZLIST_SORT_CASE) {
-            // Case-equal texts may stand in any order: compare as sorted multisets.
-            auto got = ListItems(list_), want = items_;
+        auto got = ListItems(list_), want = items_;
+        if (mode_ == KLIB_SZLIST_SORT_CASE) {  // compare as multisets, check the order
+            for (size_t i = 1; i < got.size(); ++i) {
+                ASSERT_LE(KLIBUnicodeUTF8StrCaseCmp(got[i - 1].c_str(), got[i].c_str()), 0);
+            }
             std::sort(got.begin(), got.end());
             std::sort(want.begin(), want.end());
-            ASSERT_EQ(got, want);
-            for (int i = 1; i < list_->nItem; ++i) {
-                ASSERT_LE(KLIBUnicodeUTF8StrCaseCmp(list_->pszItem[i - 1], list_->pszItem[i]), 0);
-            }
-        } else {
-            ASSERT_EQ(ListItems(list_), items_);
-            if (mode_ == KLIB_SZLIST_SORT_BYTES) {
-                ASSERT_TRUE(std::is_sorted(items_.begin(), items_.end()));
-            }
+        }
+        ASSERT_EQ(got, want);
+        if (mode_ == KLIB_SZLIST_SORT_BYTES) {
+            ASSERT_TRUE(std::is_sorted(got.begin(), got.end()));
         }
     }
 
@@ -91,8 +95,13 @@ class Model {
         return s;
     }
 
-    void insert_at(int idx, const std::string &s, int returned) {
-        // A sorted list ignores the index; the result must keep the order (checked after the step).
+    bool equal(const std::string &a, const std::string &b, int mode) {
+        return mode == KLIB_SZLIST_SORT_CASE ? KLIBUnicodeUTF8StrCaseCmp(a.c_str(), b.c_str()) == 0
+                                             : a == b;
+    }
+
+    // A sorted list ignores the index: the order is checked after the step.
+    void insert(int idx, const std::string &s, int returned) {
         if (mode_ != KLIB_SZLIST_UNSORTED) idx = returned;
         ASSERT_EQ(returned, idx);
         if (idx > static_cast<int>(items_.size())) items_.resize(static_cast<size_t>(idx));
@@ -100,24 +109,12 @@ class Model {
         ASSERT_EQ(std::string(list_->pszItem[returned]), s);
     }
 
-    void insert_anywhere() {
-        const std::string s = text();
-        const int idx = pick(static_cast<int>(items_.size()) + 4);
-        insert_at(idx, s, KLIBSzListInsert(&list_, idx, s.c_str()));
-    }
-    void push() {
-        const std::string s = text();
-        insert_at(static_cast<int>(items_.size()), s, KLIBSzListPush(&list_, s.c_str()));
-    }
-    void unshift() {
-        const std::string s = text();
-        insert_at(0, s, KLIBSzListUnshift(&list_, s.c_str()));
-    }
-
-    void remove() {
-        const int idx = pick(static_cast<int>(items_.size()) + 2) - 1;
-        const char *got = SzKLIBSzListRemove(list_, idx);
-        if (idx < 0 || idx >= static_cast<int>(items_.size())) {
+    void remove(int idx, bool shift_or_pop = false) {
+        const int count = static_cast<int>(items_.size());
+        const char *got = !shift_or_pop ? SzKLIBSzListRemove(list_, idx)
+                          : idx == 0    ? SzKLIBSzListShift(list_)
+                                        : SzKLIBSzListPop(list_);
+        if (idx < 0 || idx >= count) {
             ASSERT_EQ(got, nullptr);
             ASSERT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
             return;
@@ -127,120 +124,61 @@ class Model {
         items_.erase(items_.begin() + idx);
     }
 
-    void shift_or_pop() {
-        const bool shift = pick(2) == 0;
-        const char *got = shift ? SzKLIBSzListShift(list_) : SzKLIBSzListPop(list_);
+    void set(const std::string &s) {
         if (items_.empty()) {
-            ASSERT_EQ(got, nullptr);
-            return;
-        }
-        ASSERT_NE(got, nullptr);
-        const size_t idx = shift ? 0 : items_.size() - 1;
-        ASSERT_EQ(std::string(got), items_[idx]);
-        items_.erase(items_.begin() + static_cast<long>(idx));
-    }
-
-    void set() {
-        if (items_.empty()) {
-            ASSERT_EQ(KLIBSzListSet(&list_, 0, "x"), -1);
+            ASSERT_EQ(KLIBSzListSet(&list_, 0, s.c_str()), -1);
             return;
         }
         const int idx = pick(static_cast<int>(items_.size()));
-        const std::string s = text();
         const int got = KLIBSzListSet(&list_, idx, s.c_str());
         items_[static_cast<size_t>(idx)] = s;
+        if (mode_ == KLIB_SZLIST_SORT_BYTES) std::sort(items_.begin(), items_.end());
         if (mode_ == KLIB_SZLIST_UNSORTED) {
             ASSERT_EQ(got, idx);
-            return;
-        }
-        resort_model();
-        ASSERT_GE(got, 0);
-        ASSERT_EQ(KLIBUnicodeUTF8StrCaseCmp(list_->pszItem[got], s.c_str()) == 0 ||
-                      s == list_->pszItem[got],
-                  true);
-    }
-
-    void find() {
-        const std::string s = text();
-        const int got = KLIBSzListFind(list_, s.c_str());
-        if (mode_ == KLIB_SZLIST_SORT_CASE) {
-            ASSERT_EQ(got, -1);
-            ASSERT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
-            return;
-        }
-        const bool present = std::find(items_.begin(), items_.end(), s) != items_.end();
-        if (mode_ == KLIB_SZLIST_UNSORTED) {
-            // First equal non-empty item.
-            int want = -1;
-            for (size_t i = 0; i < items_.size() && want < 0 && !s.empty(); ++i) {
-                if (items_[i] == s) want = static_cast<int>(i);
-            }
-            ASSERT_EQ(got, want);
         } else {
-            ASSERT_EQ(got >= 0, present);
-            if (got >= 0) {
-                ASSERT_EQ(items_[static_cast<size_t>(got)], s);
-            }
+            ASSERT_GE(got, 0);
+            ASSERT_TRUE(equal(list_->pszItem[got], s, mode_));
         }
     }
 
-    void case_find() {
-        const std::string s = text();
-        const int got = KLIBSzListCaseFind(list_, s.c_str());
-        if (mode_ == KLIB_SZLIST_SORT_BYTES) {
+    // Find (bytes) and CaseFind: each refuses a list sorted the other way; an unsorted list
+    // gives the first equal non-empty item; a sorted one any equal item.
+    void find(const std::string &s, int how) {
+        const int got = how == KLIB_SZLIST_SORT_BYTES ? KLIBSzListFind(list_, s.c_str())
+                                                      : KLIBSzListCaseFind(list_, s.c_str());
+        if (mode_ != KLIB_SZLIST_UNSORTED && mode_ != how) {
             ASSERT_EQ(got, -1);
             ASSERT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
             return;
         }
-        auto equal = [&](const std::string &item) {
-            return KLIBUnicodeUTF8StrCaseCmp(item.c_str(), s.c_str()) == 0;
+        auto match = [&](const std::string &item) {
+            return (mode_ != KLIB_SZLIST_UNSORTED || !item.empty()) && equal(item, s, how);
         };
+        const auto first = std::find_if(items_.begin(), items_.end(), match);
         if (mode_ == KLIB_SZLIST_UNSORTED) {
-            int want = -1;
-            for (size_t i = 0; i < items_.size() && want < 0 && !s.empty(); ++i) {
-                if (equal(items_[i])) want = static_cast<int>(i);
-            }
-            ASSERT_EQ(got, want);
+            ASSERT_EQ(got, first == items_.end() ? -1 : static_cast<int>(first - items_.begin()));
         } else {
-            ASSERT_EQ(got >= 0, std::any_of(items_.begin(), items_.end(), equal));
+            ASSERT_EQ(got >= 0, first != items_.end());
             if (got >= 0) {
-                ASSERT_TRUE(equal(list_->pszItem[got]));
+                ASSERT_TRUE(equal(list_->pszItem[got], s, how));
             }
         }
     }
 
-    void resort_model() {
-        if (mode_ == KLIB_SZLIST_SORT_BYTES) std::sort(items_.begin(), items_.end());
-    }
-
-    void sort() {
-        const int flags = pick(2) == 0 ? KLIB_SZLIST_SORT_BYTES : KLIB_SZLIST_SORT_CASE;
+    void sort(int flags) {
         ASSERT_EQ(KLIBSzListSortItems(list_, flags), 0);
-        if (mode_ == KLIB_SZLIST_UNSORTED) {
+        if (mode_ == KLIB_SZLIST_UNSORTED && flags != KLIB_SZLIST_UNSORTED) {
             items_.erase(std::remove(items_.begin(), items_.end(), std::string()), items_.end());
+            if (flags == KLIB_SZLIST_SORT_BYTES) std::sort(items_.begin(), items_.end());
             mode_ = flags;
-            resort_model();
         } else if (mode_ != flags) {
-            // An already sorted list only changes its mode. Keep the model usable: go back to
-            // unsorted in both.
+            // A sorted list only changes its mode; go back to unsorted to keep the model exact.
             ASSERT_EQ(KLIBSzListSorted(list_), flags);
             KLIBSzListSortItems(list_, KLIB_SZLIST_UNSORTED);
             mode_ = KLIB_SZLIST_UNSORTED;
             items_ = ListItems(list_);
         }
         ASSERT_EQ(KLIBSzListSorted(list_), mode_);
-    }
-
-    void unsort() {
-        KLIBSzListSortItems(list_, KLIB_SZLIST_UNSORTED);
-        mode_ = KLIB_SZLIST_UNSORTED;
-        items_ = ListItems(list_);  // a case-sorted list's order is the implementation's
-    }
-
-    void remove_all() {
-        ASSERT_EQ(KLIBSzListRemoveAll(list_), list_);
-        ASSERT_EQ(list_->cbFree, list_->cbSize - kova::test::kListHeader);
-        items_.clear();
     }
 
     std::mt19937 rng_;

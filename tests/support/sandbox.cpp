@@ -11,6 +11,7 @@
 
 #include "core/alloc.h"
 #include "core/log.h"
+#include "core/run.h"
 
 namespace fs = std::filesystem;
 
@@ -65,6 +66,24 @@ LogCapture::~LogCapture() {
 bool LogCapture::contains(int priority, const std::string &text) const {
     return std::any_of(lines_.begin(), lines_.end(),
                        [&](const LogLine &l) { return l.priority == priority && l.text == text; });
+}
+
+namespace {
+void record_run(const kova::testing::RunRecord &run, void *context) {
+    std::string text = run.command != nullptr ? run.command : run.path;
+    for (int i = 1; run.argv != nullptr && run.argv[i] != nullptr; ++i) {
+        text += ' ';
+        text += run.argv[i];
+    }
+    static_cast<std::vector<std::string> *>(context)->push_back(text);
+}
+}  // namespace
+
+RunCapture::RunCapture() {
+    kova::testing::set_run_observer(record_run, &runs_);
+}
+RunCapture::~RunCapture() {
+    kova::testing::set_run_observer(nullptr, nullptr);
 }
 
 AllocationFailure::AllocationFailure(long nth) {

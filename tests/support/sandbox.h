@@ -57,6 +57,21 @@ class LogCapture {
     std::vector<LogLine> lines_;
 };
 
+// Collects the programs the library runs while alive: "path arg1 arg2" for fork/exec (argv[0]
+// left out), the command line itself for the shell forms.
+class RunCapture {
+  public:
+    RunCapture();
+    ~RunCapture();
+    RunCapture(const RunCapture &) = delete;
+    RunCapture &operator=(const RunCapture &) = delete;
+
+    const std::vector<std::string> &runs() const { return runs_; }
+
+  private:
+    std::vector<std::string> runs_;
+};
+
 // Makes the nth allocation of the library from now fail; restores on destruction.
 class AllocationFailure {
   public:

@@ -22,6 +22,9 @@ const Command kCommands[] = {
      cmd_hash},
     {"str", "str colon-encode|colon-decode|hex|unhex|trim|pair TEXT | str join SEP TEXT...",
      cmd_str},
+    {"ps", "ps PATTERN    the processes whose command line matches a grep pattern", cmd_ps},
+    {"ops", "ops | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
+     cmd_ops},
 };
 
 int usage(FILE *out) {
