@@ -41,17 +41,15 @@ TEST(BdbListRecordTest, RandomListsSurvivePackAndUnpack) {
         PKLIBSZLIST list = random_list(rng, round == 0 ? 0 : 50 * round + 1000 * (round % 4));
         void *packed = KOVAListDBPack(list, list->cbSize);
         ASSERT_NE(packed, nullptr);
-        // No pointer slot of a packed block may hold an address: offsets within the block.
-        std::vector<size_t> slots = {offsetof(KLIBSZLIST, pszStrStart),
-                                     offsetof(KLIBSZLIST, pszEmpty)};
-        for (size_t i = 0; i < static_cast<size_t>(list->nItem); ++i)
-            slots.push_back(offsetof(KLIBSZLIST, pszItem) + sizeof(char *) * i);
-        for (size_t at : slots) {
+        // Every pointer slot of the packed block holds an offset into it, never an address.
+        for (int i = -2; i < list->nItem; ++i) {
+            const size_t at = i == -2   ? offsetof(KLIBSZLIST, pszStrStart)
+                              : i == -1 ? offsetof(KLIBSZLIST, pszEmpty)
+                                        : offsetof(KLIBSZLIST, pszItem) + sizeof(char *) * i;
             uintptr_t slot;
             memcpy(&slot, static_cast<char *>(packed) + at, sizeof slot);
             ASSERT_LE(slot, static_cast<uintptr_t>(list->cbSize)) << "a pointer at " << at;
         }
-
         PKLIBSZLIST back = KOVAListDBUnpack(packed, list->cbSize);
         ASSERT_NE(back, nullptr);
         EXPECT_NE(back, list);
