@@ -41,11 +41,11 @@ TEST(BdbListRecordTest, RandomListsSurvivePackAndUnpack) {
         PKLIBSZLIST list = random_list(rng, round == 0 ? 0 : 50 * round + 1000 * (round % 4));
         void *packed = KOVAListDBPack(list, list->cbSize);
         ASSERT_NE(packed, nullptr);
-        // Every pointer slot of the packed block holds an offset into it, never an address.
-        for (int i = -2; i < list->nItem; ++i) {
-            const size_t at = i == -2   ? offsetof(KLIBSZLIST, pszStrStart)
-                              : i == -1 ? offsetof(KLIBSZLIST, pszEmpty)
-                                        : offsetof(KLIBSZLIST, pszItem) + sizeof(char *) * i;
+        // Every word below the string area (pointer fields, item slots, the free gap with the
+        // slots that removals gave back) is an offset into the block or zero, never an address.
+        const size_t area = static_cast<size_t>(list->pszStrStart - reinterpret_cast<char *>(list));
+        for (size_t at = offsetof(KLIBSZLIST, pszStrStart); at + sizeof(uintptr_t) <= area;
+             at += sizeof(uintptr_t)) {
             uintptr_t slot;
             memcpy(&slot, static_cast<char *>(packed) + at, sizeof slot);
             ASSERT_LE(slot, static_cast<uintptr_t>(list->cbSize)) << "a pointer at " << at;
