@@ -44,6 +44,9 @@ void *KOVAListDBPack(const KLIBSZLIST *pList, int32_t cbSize) {
     }
     memcpy(packed, pList, static_cast<size_t>(cbSize));
     const char *base = reinterpret_cast<const char *>(pList);
+    // Slots freed by removals still hold heap addresses: a record carries none.
+    const size_t items_end = lr::kItemsAt + lr::kSlot * static_cast<size_t>(pList->nItem);
+    memset(packed + items_end, 0, static_cast<size_t>(pList->pszStrStart - base) - items_end);
     put_offset(packed, lr::kStrStartAt, pList->pszStrStart, base);
     put_offset(packed, lr::kEmptyAt, pList->pszEmpty, base);
     for (int i = 0; i < pList->nItem; ++i) {

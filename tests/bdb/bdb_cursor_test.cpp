@@ -1,6 +1,5 @@
 // Walking a store with the cursor: order, both directions, the reserved records, the end.
-#include <string>
-#include <vector>
+#include <cstring>
 
 #include "bdb/bdb_fixture.h"
 
@@ -12,128 +11,80 @@ class BdbCursorTest : public BdbTest {
     void SetUp() override {
         BdbTest::SetUp();
         ASSERT_NE(open_store(KOVA_BDB_DUP), nullptr);
-        // Reserved records sort first ("#" is below letters) and one sits among the others.
+        // Reserved records sort first ("#" is below letters) and one sits among the others; a
+        // big value between small ones makes the buffers grow and shrink.
         ASSERT_EQ(KOVABDbConfSyncTimeSet(db_, 1700000000), 0);
         ASSERT_EQ(KOVABDbDeprecatedSet(db_, 0), 0);
-        ASSERT_EQ(set("carol", "3"), 0);
-        ASSERT_EQ(set("alice", "1"), 0);
-        ASSERT_EQ(set("bob", "2"), 0);
-        ASSERT_EQ(set("bob", "2b"), 0);
-        ASSERT_EQ(set("~#late", "4"), 0);
+        for (const auto &[key, value] : kRecords)
+            ASSERT_EQ(set(key, value), 0);
     }
+    const std::string big_ = std::string(5000, 'v');
+    const std::pair<std::string, std::string> kRecords[6] = {{"carol", "3"},  {"alice", "1"},
+                                                             {"bob", "2"},    {"bob", "2b"},
+                                                             {"~#late", "4"}, {"dave", big_}};
 };
 
-TEST_F(BdbCursorTest, ForwardWalkSkipsReservedAndTurnsFirstIntoNext) {
-    uint32_t end = 0;
-    EXPECT_EQ(walk(KOVA_BDB_CURSOR_FIRST, 1, &end),
-              (std::vector<std::string>{"alice=1", "bob=2", "bob=2b", "carol=3", "~#late=4"}));
-    EXPECT_EQ(end, ERR_BDB_END_OF_RECORDS);
-    EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_NEXT);
-    EXPECT_EQ(cursor_get(), "");  // the end stays the end
-    EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
-}
-
-TEST_F(BdbCursorTest, BackwardWalkTurnsLastIntoPrev) {
-    uint32_t end = 0;
-    EXPECT_EQ(walk(KOVA_BDB_CURSOR_LAST, 1, &end),
-              (std::vector<std::string>{"~#late=4", "carol=3", "bob=2b", "bob=2", "alice=1"}));
-    EXPECT_EQ(end, ERR_BDB_END_OF_RECORDS);
-    EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_PREV);
-}
-
-// Keys below "#" sort before the reserved records: a backward walk meets those first.
-TEST_F(BdbCursorTest, BackwardWalkSkipsReservedRecordsAtTheEnd) {
-    for (const char *key : {"alice", "bob", "carol", "~#late"}) {
-        ASSERT_EQ(KOVABDbDelete(db_, key, static_cast<int32_t>(strlen(key))), 0);
+TEST_F(BdbCursorTest, WalksSkipReservedAndTurnTheirStartOnward) {
+    const std::vector<std::string> forward = {"alice=1", "bob=2",        "bob=2b",
+                                              "carol=3", "dave=" + big_, "~#late=4"};
+    const struct {
+        int start, onward;
+        std::vector<std::string> records;
+    } cases[] = {{KOVA_BDB_CURSOR_FIRST, KOVA_BDB_CURSOR_NEXT, forward},
+                 {KOVA_BDB_CURSOR_LAST, KOVA_BDB_CURSOR_PREV, {forward.rbegin(), forward.rend()}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.start);
+        EXPECT_EQ(walk(c.start), c.records);
+        EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
+        EXPECT_EQ(db_->nCursorType, c.onward);
+        EXPECT_EQ(cursor_get(), "");  // the end stays the end
+        EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
     }
-    ASSERT_EQ(set("!admin", "0"), 0);
-    ASSERT_EQ(set("\"quoted", "9"), 0);
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_LAST), 0);
-    EXPECT_EQ(cursor_get(), "\"quoted=9");
-    EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_PREV);
-    EXPECT_EQ(cursor_get(), "!admin=0");
-    EXPECT_EQ(cursor_get(), "");
-    EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
-}
-
-TEST_F(BdbCursorTest, WalkWithoutSkippingShowsReservedRecordsAndKeepsTheMode) {
-    uint32_t end = 0;
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_NEXT), 0);  // unpositioned: the first
-    const std::vector<std::string> all = walk(KOVA_BDB_CURSOR_NEXT, 0, &end);
-    ASSERT_EQ(all.size(), 7u);
-    EXPECT_EQ(all[0].substr(0, 17), std::string("#KOVA@DEPRECATED\0", 17));
-    EXPECT_EQ(all[1].substr(0, 16), "#KOVA@SYNC@TIME=");
-    EXPECT_EQ(all[2], "alice=1");
-    // Without skipping, the mode is left alone: FIRST reads the first record again and again.
+    // Without skipping the mode is left alone: FIRST reads the first record again and again.
     ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_FIRST), 0);
-    EXPECT_EQ(cursor_get(0).substr(0, 16), std::string("#KOVA@DEPRECATED"));
-    EXPECT_EQ(cursor_get(0).substr(0, 16), std::string("#KOVA@DEPRECATED"));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(cursor_get(0).substr(0, 17), std::string("#KOVA@DEPRECATED\0", 17));
     EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_FIRST);
-}
-
-TEST_F(BdbCursorTest, SetPositionsAtTheKeyOrTheNextOne) {
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_SET), 0);
-    ASSERT_EQ(KOVACheckAndRealloc(&key_, &cb_key_, 2), 0);
-    memcpy(key_, "bz", 2);
-    EXPECT_EQ(cursor_get(0), "carol=3");
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_NEXT), 0);
-    EXPECT_EQ(cursor_get(0), "~#late=4");
-
-    // The capacity doubles as the search key's length: the buffer still holds "~#late".
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_SET), 0);
-    memcpy(key_, "bob", 3);
-    EXPECT_EQ(cursor_get(0), "carol=3");  // "bobate"
-    memcpy(key_, "bob", 3);
-    cb_key_ = 3;
-    EXPECT_EQ(cursor_get(0), "bob=2");
-    memcpy(key_, "~~~", 3);  // past the last key, "~#late"
-    EXPECT_EQ(cursor_get(0), "");
-    EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
-
-    // Searching with skipping from the front goes on forward instead of finding "#" for ever.
-    ASSERT_EQ(KOVACheckAndRealloc(&key_, &cb_key_, 1), 0);
-    memcpy(key_, "#", 1);
-    cb_key_ = 1;
-    EXPECT_EQ(cursor_get(1), "alice=1");
-    EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_NEXT);
-
-    // SET needs a search key.
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_SET), 0);
-    cb_key_ = 0;
-    EXPECT_EQ(cursor_get(0), "");
-    EXPECT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
-}
-
-TEST_F(BdbCursorTest, ModeOutOfRangeReadsOnward) {
-    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_FIRST), 0);
-    EXPECT_EQ(cursor_get(), "alice=1");
-    db_->nCursorType = 42;  // a caller that wrote the field itself
-    EXPECT_EQ(cursor_get(), "bob=2");
+    db_->nCursorType = 42;  // a caller that wrote the field itself: reads onward
+    EXPECT_EQ(cursor_get(0).substr(0, 16), "#KOVA@SYNC@TIME=");
     EXPECT_EQ(db_->nCursorType, 42);
 }
 
-TEST_F(BdbCursorTest, EmptyStoreEndsAtOnce) {
-    ASSERT_EQ(KOVABDbClose(db_), 0);
-    ASSERT_EQ(unlink(db_path().c_str()), 0);
-    ASSERT_NE(open_store(), nullptr);
-    ASSERT_EQ(KOVABDbConfSyncTimeSet(db_, 1), 0);  // only reserved records
-    for (int mode : {KOVA_BDB_CURSOR_FIRST, KOVA_BDB_CURSOR_LAST}) {
-        uint32_t end = 0;
-        EXPECT_TRUE(walk(mode, 1, &end).empty());
-        EXPECT_EQ(end, ERR_BDB_END_OF_RECORDS);
+// Keys below "#" sort before the reserved records: a backward walk meets those last.
+TEST_F(BdbCursorTest, WalksSkipReservedRecordsAtEitherEnd) {
+    for (const auto &[key, value] : kRecords)
+        KOVABDbDelete(db_, key.data(), static_cast<int32_t>(key.size()));
+    for (int mode : {KOVA_BDB_CURSOR_FIRST, KOVA_BDB_CURSOR_LAST}) {  // only reserved records
+        EXPECT_TRUE(walk(mode).empty());
+        EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
     }
+    ASSERT_EQ(set("!admin", "0"), 0);
+    ASSERT_EQ(set("\"quoted", "9"), 0);
+    EXPECT_EQ(walk(KOVA_BDB_CURSOR_LAST), (std::vector<std::string>{"\"quoted=9", "!admin=0"}));
+    EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
 }
 
-TEST_F(BdbCursorTest, GrowingBuffersAcrossRecordsOfAnySize) {
-    std::string big(5000, 'v');
-    ASSERT_EQ(set("dave", big), 0);
-    ASSERT_EQ(set("d", std::string(1, 'x')), 0);
-    uint32_t end = 0;
-    const std::vector<std::string> all = walk(KOVA_BDB_CURSOR_FIRST, 1, &end);
-    ASSERT_EQ(all.size(), 7u);
-    EXPECT_EQ(all[4], "d=x");
-    EXPECT_EQ(all[5], "dave=" + big);
-    EXPECT_EQ(cb_value_, 1);  // the last record: "~#late=4"
+TEST_F(BdbCursorTest, SetPositionsAtTheKeyOrTheNextOne) {
+    const auto search = [&](const char *key, int32_t len, int skip = 0) {
+        EXPECT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_SET), 0);
+        memcpy(key_, key, strlen(key));
+        cb_key_ = len;
+        return cursor_get(skip);
+    };
+    ASSERT_EQ(KOVACheckAndRealloc(&key_, &cb_key_, 8), 0);
+    EXPECT_EQ(search("bz", 2), "carol=3");
+    ASSERT_EQ(KOVABDbCursorSetType(db_, KOVA_BDB_CURSOR_NEXT), 0);
+    EXPECT_EQ(cursor_get(0), "dave=" + big_);
+    // The capacity doubles as the search key's length: the buffer still holds "dave".
+    EXPECT_EQ(search("bob", cb_key_), "carol=3");  // "bobe"
+    EXPECT_EQ(search("bob", 3), "bob=2");
+    EXPECT_EQ(search("~~~", 3), "");  // past the last key, "~#late"
+    EXPECT_EQ(KLIBErrGet(), ERR_BDB_END_OF_RECORDS);
+    // Searching with skipping from the front goes on forward instead of finding "#" for ever.
+    EXPECT_EQ(search("#", 1, 1), "alice=1");
+    EXPECT_EQ(db_->nCursorType, KOVA_BDB_CURSOR_NEXT);
+    EXPECT_EQ(search("", 0), "");  // SET needs a search key
+    EXPECT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
 }
 
 }  // namespace
