@@ -6,6 +6,8 @@ BENCH_BUILD?= build-bench
 FUZZ_BUILD ?= build-fuzz
 PREFIX     ?= /usr/local
 FUZZ_SECONDS ?= 20
+# A hanging test fails after this many seconds instead of eating the CI budget.
+TEST_TIMEOUT ?= 300
 GENERATOR  := -G Ninja
 
 .PHONY: all deps build build-asan test test-normal test-asan test-i386 test-s390x test-cross \
@@ -25,13 +27,13 @@ build-asan: deps
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
 test-normal: build
-	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure
+	ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure --timeout $(TEST_TIMEOUT)
 
 # Leak detection on; any sanitizer report fails the test that caused it.
 test-asan: build-asan
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:halt_on_error=1 \
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-	ctest --test-dir $(ASAN_BUILD) -j $(JOBS) --output-on-failure
+	ctest --test-dir $(ASAN_BUILD) -j $(JOBS) --output-on-failure --timeout $(TEST_TIMEOUT)
 
 test: test-normal test-asan format-check
 
