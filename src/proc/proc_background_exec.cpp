@@ -12,15 +12,12 @@ extern "C" KOVA_API int KLIBBackgroundExec(const char *szPath, const char *szArg
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
-    const char *given[] = {szArg1, szArg2, szArg3, szArg4};
-    char *argv[6] = {const_cast<char *>(szPath)};
-    for (int i = 0; i < 4 && given[i] != nullptr; ++i)
-        argv[i + 1] = const_cast<char *>(given[i]);
+    kova::proc::ExecArgs args(szPath, szArg1, szArg2, szArg3, szArg4);
 
     kova::ChildSetup setup;
     setup.before_exec = kova::proc::close_held_lock_files;
     setup.on_exec_failure = kova::ChildSetup::OnExecFailure::abort;
-    const pid_t pid = kova::spawn(szPath, argv, setup);
+    const pid_t pid = kova::spawn(szPath, args.argv, setup);
     if (pid < 0) {
         kova::raise(ERR_OP_FAILURE, 57);
         return -1;

@@ -25,10 +25,7 @@ extern "C" KOVA_API int KLIBExec(const char *szPath, const char *szArg1, const c
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
-    const char *given[] = {szArg1, szArg2, szArg3, szArg4};
-    char *argv[6] = {const_cast<char *>(szPath)};
-    for (int i = 0; i < 4 && given[i] != nullptr; ++i)
-        argv[i + 1] = const_cast<char *>(given[i]);
+    kova::proc::ExecArgs args(szPath, szArg1, szArg2, szArg3, szArg4);
 
     kova::ChildWaitScope waitable;
     kova::ChildSetup setup;
@@ -36,7 +33,7 @@ extern "C" KOVA_API int KLIBExec(const char *szPath, const char *szArg1, const c
     setup.new_session = true;
     setup.chdir_root = true;
     setup.clear_env = true;
-    const pid_t pid = kova::spawn(szPath, argv, setup);
+    const pid_t pid = kova::spawn(szPath, args.argv, setup);
     const int result = pid < 0 ? -1 : exit_code(pid);
     if (result == -1) kova::raise(ERR_OP_FAILURE, 92);
     return result;

@@ -18,6 +18,18 @@
 
 namespace kova::proc {
 
+// The argument vector of the four-argument exec forms: the path as argument 0, then the given
+// arguments up to the first null.
+struct ExecArgs {
+    ExecArgs(const char *path, const char *a1, const char *a2, const char *a3, const char *a4) {
+        const char *given[] = {a1, a2, a3, a4};
+        argv[0] = const_cast<char *>(path);
+        for (int i = 0; i < 4 && given[i] != nullptr; ++i)
+            argv[i + 1] = const_cast<char *>(given[i]);
+    }
+    char *argv[6] = {};
+};
+
 inline constexpr const char kPsTempFile[] = "/tmp/tempKLIBPs%u";
 inline constexpr const char kRegistryLockFile[] = "/tmp/procreg.lock";
 inline constexpr const char kProcStatusGlob[] = "/proc/[0-9]*/status";
