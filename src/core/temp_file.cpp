@@ -1,11 +1,13 @@
 #include "core/temp_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace kova {
 
@@ -54,7 +56,28 @@ bool TempFile::commit(const struct stat &like) {
     if (fclose(stream) != 0) return fail(Step::kClose);
     if (rename(path_, target_) != 0) return fail(Step::kRename);
     path_[0] = '\0';
+    sync_directory_of(target_);
     return true;
+}
+
+// The rename itself reaches the disk only with the directory; best effort, since the new file
+// is already in place and readers see it.
+void TempFile::sync_directory_of(const char *target) {
+    char dir[sizeof path_];
+    const char *slash = strrchr(target, '/');
+    if (slash == nullptr) {
+        snprintf(dir, sizeof dir, ".");
+    } else {
+        snprintf(dir, sizeof dir, "%.*s", static_cast<int>(slash == target ? 1 : slash - target),
+                 target);
+    }
+    const int saved = errno;
+    const int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        fsync(fd);
+        close(fd);
+    }
+    errno = saved;
 }
 
 void TempFile::discard() {

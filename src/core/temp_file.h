@@ -1,6 +1,7 @@
 // The temporary-file commit that every rewriting function goes through: a new file beside the
 // target ("<target>.XXXXXX"), written through a stream, flushed, synced, given the old file's
-// owner, group and permission bits, closed and renamed over the target. Until the rename the
+// owner, group and permission bits, closed and renamed over the target, and the directory
+// synced so that the rename survives a power cut. Until the rename the
 // target is untouched; a temporary file that is not committed is closed and unlinked.
 #pragma once
 
@@ -43,6 +44,7 @@ class TempFile {
 
   private:
     bool fail(Step step);
+    static void sync_directory_of(const char *target);
 
     char path_[PATH_MAX + 8] = "";
     const char *target_ = nullptr;
