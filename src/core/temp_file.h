@@ -1,8 +1,8 @@
 // The temporary-file commit that every rewriting function goes through: a new file beside the
 // target ("<target>.XXXXXX"), written through a stream, flushed, synced, given the old file's
-// owner, group and permission bits, closed and renamed over the target, and the directory
-// synced so that the rename survives a power cut. Until the rename the
-// target is untouched; a temporary file that is not committed is closed and unlinked.
+// owner, group and permission bits, closed and renamed over the target; the directory is then
+// synced so that the rename survives a power cut. Until the rename the target is untouched; a
+// temporary file that is not committed is closed and unlinked.
 #pragma once
 
 #include <sys/stat.h>
