@@ -23,13 +23,6 @@ class FileTest : public SandboxTest {
     const char *conf_ = conf_path_.c_str(), *none_ = none_path_.c_str();
 };
 
-// Whether the last raise was code at line.
-inline ::testing::AssertionResult raised(uint32_t code, int line) {
-    if (KLIBErrGet() == code && KOVAErrorGetLine() == line) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "raised 0x" << std::hex << KLIBErrGet() << std::dec
-                                         << " at line " << KOVAErrorGetLine();
-}
-
 // A hash holding the given pairs, freed at the end of its scope.
 struct Hash {
     PKLIBSZHASH h = PshKLIBSzHashAlloc(0);

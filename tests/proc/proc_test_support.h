@@ -25,14 +25,6 @@ namespace kova::test {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// Whether the last raise was code (at line, when given).
-inline ::testing::AssertionResult raised(uint32_t code, int line = 0) {
-    if (KLIBErrGet() == code && (line == 0 || KOVAErrorGetLine() == line))
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure()
-           << "raised " << KLIBErrGet() << " at line " << KOVAErrorGetLine();
-}
-
 // A command-line word no other process on this machine has: "kovatest-TAG-PID-N".
 inline std::string unique_name(const std::string &tag) {
     static std::atomic<int> counter{0};

@@ -12,6 +12,7 @@
 #include "core/alloc.h"
 #include "core/log.h"
 #include "core/run.h"
+#include "kovasdk/error.h"
 
 namespace fs = std::filesystem;
 
@@ -91,6 +92,14 @@ AllocationFailure::AllocationFailure(long nth) {
 }
 AllocationFailure::~AllocationFailure() {
     kova::testing::fail_allocation(0);
+}
+
+::testing::AssertionResult raised(uint32_t code, int line) {
+    if (KLIBErrGet() == code && (line == 0 || KOVAErrorGetLine() == line)) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "raised 0x" << std::hex << KLIBErrGet() << std::dec
+                                         << " at line " << KOVAErrorGetLine();
 }
 
 long allocation_count() {

@@ -81,6 +81,9 @@ class AllocationFailure {
     AllocationFailure &operator=(const AllocationFailure &) = delete;
 };
 
+// Whether the last raise was code (at line, when given).
+::testing::AssertionResult raised(uint32_t code, int line = 0);
+
 // Library allocations made since the process started.
 long allocation_count();
 
