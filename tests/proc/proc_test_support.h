@@ -1,5 +1,5 @@
 // Helpers of the process family's tests: real children with unique command lines or holding an
-// operation registration, and the raised error in one check.
+// operation registration.
 #pragma once
 
 #include <signal.h>
