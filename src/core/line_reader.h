@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
+
+#include "kovasdk/error.h"
 
 namespace kova {
 
@@ -31,6 +34,8 @@ class LineReader {
     // Reading stopped before the end of the file.
     bool failed() const { return failed_; }
     bool out_of_memory() const { return out_of_memory_; }
+    // The code a reader's failure is raised with: out of memory, or a read error.
+    uint32_t failure_code() const { return out_of_memory_ ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED; }
 
   private:
     bool reserve(size_t needed);

@@ -109,7 +109,7 @@ int KLIBFileAddLine(const char *szPath, const char *szPattern, const char *szTex
         }
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kReadFailedLine);
+        kova::raise(reader.failure_code(), kReadFailedLine);
         return -1;
     }
     // Past the last line: appended, on a line of its own.

@@ -25,7 +25,7 @@ int ErrKLIBFileAddSection(const char *szPath, const char *szSection, const KLIBS
             ends_with_newline = reader.ends_with_newline();
         }
         if (reader.failed()) {
-            kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+            kova::raise(reader.failure_code());
             return -1;
         }
     }

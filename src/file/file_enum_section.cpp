@@ -34,7 +34,7 @@ int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList) {
         if (KLIBSzListPush(ppList, open + 1) < 0) return -1;
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        kova::raise(reader.failure_code());
         return -1;
     }
     return (*ppList)->nItem;

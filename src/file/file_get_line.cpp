@@ -27,7 +27,7 @@ int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int 
         if ((flags & KLIB_FILE_MATCH_LAST) == 0) break;
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        kova::raise(reader.failure_code());
         return -1;
     }
     if (length > size) {

@@ -29,7 +29,7 @@ int KLIBFileGetLineByKey(const char *szPath, const char *szKey, char *szBuf, int
         return static_cast<int>(line.size() + 1);
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        kova::raise(reader.failure_code());
         return -1;
     }
     kova::raise(ERR_KEY_NOT_FOUND);

@@ -32,7 +32,7 @@ int KLIBFileGetPair(const char *szPath, PKLIBSZHASH *ppHash) {
         if (!ok) return -1;
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        kova::raise(reader.failure_code());
         return -1;
     }
     return KLIBSzHashPairNum(*ppHash);

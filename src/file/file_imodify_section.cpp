@@ -59,7 +59,7 @@ int ErrKLIBIFileModifySection(const char *szPath, const char *szSection, const c
         }
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, 127);
+        kova::raise(reader.failure_code(), 127);
         return -1;
     }
     // Replaced even when nothing matched; the content is then unchanged (kept).

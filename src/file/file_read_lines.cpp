@@ -24,7 +24,7 @@ int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList) {
         ++count;
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED);
+        kova::raise(reader.failure_code());
         return -1;
     }
     return count;

@@ -64,7 +64,7 @@ int KLIBFileSetLine(const char *szPath, const char *szPattern, const char *szTex
         }
     }
     if (reader.failed()) {
-        kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, 150);
+        kova::raise(reader.failure_code(), 150);
         return -1;
     }
     if (!temp.commit(source.st)) {
