@@ -90,9 +90,9 @@ FILE *stream(int fd, const char *mode) {
     return stream;
 }
 
-Opened open_regular(const char *path, int flags, int *fd, struct stat *st) {
+Opened open_regular(const char *path, int flags, int *fd, struct stat *st, mode_t create_mode) {
     *fd = -1;
-    const int opened = calls().open(path, flags | O_CLOEXEC | O_NONBLOCK, 0);
+    const int opened = calls().open(path, flags | O_CLOEXEC | O_NONBLOCK, create_mode);
     if (opened < 0 && errno == EISDIR) {  // a directory asked for writing
         *st = {};
         st->st_mode = S_IFDIR;

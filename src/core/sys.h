@@ -88,9 +88,9 @@ enum class Opened { kOk, kMissing, kFailed, kStatFailed, kNotRegular };
 
 // Opens path with flags | O_CLOEXEC | O_NONBLOCK, so that a FIFO or device at the path is
 // refused (kNotRegular, errno EINVAL) instead of blocking; O_NONBLOCK is cleared again on a
-// regular file. kMissing only for ENOENT: "cannot be opened" is not "does not exist". On
-// kNotRegular *st tells what was found (a directory, ...). *fd is -1 unless kOk; errno tells
-// why on every other outcome.
-Opened open_regular(const char *path, int flags, int *fd, struct stat *st);
+// regular file; create_mode goes with O_CREAT. kMissing only for ENOENT: "cannot be opened" is not
+// "does not exist". On kNotRegular *st tells what was found (a directory, ...). *fd is -1 unless
+// kOk; errno tells why on every other outcome.
+Opened open_regular(const char *path, int flags, int *fd, struct stat *st, mode_t create_mode = 0);
 
 }  // namespace kova::sys

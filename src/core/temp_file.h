@@ -1,8 +1,11 @@
-// The temporary-file commit that every rewriting function goes through: a new file beside the
-// target ("<target>.XXXXXX"), written through a stream, flushed, synced, given the old file's
-// owner, group and permission bits, closed and renamed over the target; the directory is then
-// synced so that the rename survives a power cut. Until the rename the target is untouched; a
-// temporary file that is not committed is closed and unlinked.
+// The temporary-file commit that every rewriting function goes through. The new content is
+// written to a file beside the target that has no name while it is written (O_TMPFILE), so a
+// writer killed at almost any instant leaves nothing behind. To commit, it is flushed, synced,
+// given the owner, group and permission bits of the file it replaces, named ("<target>.XXXXXX"
+// or a name the caller gives), closed and renamed over the target; the directory is then synced
+// so that the rename survives a power cut. Until the rename the target is untouched; a
+// temporary file that is not committed is closed and removed. Where the file system refuses
+// O_TMPFILE the file is created under its temporary name from the start.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,13 +14,12 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "core/raise.h"
-
 namespace kova {
 
 class TempFile {
   public:
-    // The step that failed, so that each caller can raise its own line for it.
+    // The step that failed, so that each caller can raise its own line for it. Naming the file
+    // counts as creating it.
     enum class Step { kNone, kCreate, kStream, kFlush, kSync, kOwner, kClose, kRename };
 
     TempFile() = default;
@@ -25,17 +27,25 @@ class TempFile {
     TempFile &operator=(const TempFile &) = delete;
     ~TempFile() { discard(); }
 
-    // Creates the temporary file beside target (mkstemp) and opens it as a stream "w". The
-    // target path is kept by pointer until commit or discard.
-    bool create(const char *target);
+    // Creates the temporary file in target's directory and opens it as a stream "w". name is
+    // the temporary name to use (a stale file of that name is replaced); null makes a unique
+    // "<target>.XXXXXX". Both strings are kept by pointer until commit or discard.
+    bool create(const char *target, const char *name = nullptr);
     FILE *stream() const { return stream_; }
-    const char *path() const { return path_; }
+    int fd() const { return fd_; }
 
-    // Flush, fsync, fchown and fchmod to like's owner, group and mode & 07777, close, rename
-    // over the target. On failure the temporary file is gone and the target untouched.
-    bool commit(const struct stat &like);
+    // Flush, fsync, fchown and fchmod to like's owner, group and mode & 07777, name, close.
+    // The target is untouched; publish() then renames over it. Split so that several files can
+    // all be prepared before the first of them replaces its target.
+    bool prepare(const struct stat &like);
+    bool publish();
+    bool commit(const struct stat &like) { return prepare(like) && publish(); }
 
-    // Closes and unlinks the temporary file (nothing when there is none).
+    // For a target that did not exist: as commit, but the file is linked at the target's path,
+    // which never replaces a file that appeared meanwhile (that fails at the rename step).
+    bool commit_new(const struct stat &like);
+
+    // Closes and removes the temporary file (nothing when there is none).
     void discard();
 
     Step failed_step() const { return failed_; }
@@ -44,11 +54,18 @@ class TempFile {
 
   private:
     bool fail(Step step);
+    bool finish(const struct stat &like, bool new_target);
+    bool name_file();
+    bool link_to(const char *path);
+    bool close_stream();
     static void sync_directory_of(const char *target);
 
-    char path_[PATH_MAX + 8] = "";
     const char *target_ = nullptr;
+    const char *given_name_ = nullptr;
+    char name_[PATH_MAX + 8] = "";  // the temporary name once the file has one
     FILE *stream_ = nullptr;
+    int fd_ = -1;  // owned by stream_ once it exists
+    bool anonymous_ = false;
     Step failed_ = Step::kNone;
     int errno_ = 0;
 };
@@ -57,44 +74,7 @@ class TempFile {
 // group, with the given permission bits.
 struct stat new_file_owner(mode_t mode);
 
-// The lines a caller raises for the steps of a commit. Create and stream failures raise
-// ERR_OPEN_FAILED; flush, sync (fsync, fchown, fchmod) and close ERR_WRITE_FAILED; the rename
-// ERR_RENAME_FAILED.
-struct CommitLines {
-    int create;
-    int stream;
-    int flush;
-    int sync;
-    int close;
-    int rename;
-};
-
-// Raises the code and line of temp's failed step, recorded under the caller's file name.
-inline void raise_commit_failure(const TempFile &temp, const CommitLines &lines,
-                                 const char *file = __builtin_FILE()) {
-    switch (temp.failed_step()) {
-        case TempFile::Step::kCreate:
-            raise(ERR_OPEN_FAILED, lines.create, file);
-            break;
-        case TempFile::Step::kStream:
-            raise(ERR_OPEN_FAILED, lines.stream, file);
-            break;
-        case TempFile::Step::kFlush:
-            raise(ERR_WRITE_FAILED, lines.flush, file);
-            break;
-        case TempFile::Step::kSync:
-        case TempFile::Step::kOwner:
-            raise(ERR_WRITE_FAILED, lines.sync, file);
-            break;
-        case TempFile::Step::kClose:
-            raise(ERR_WRITE_FAILED, lines.close, file);
-            break;
-        case TempFile::Step::kRename:
-            raise(ERR_RENAME_FAILED, lines.rename, file);
-            break;
-        case TempFile::Step::kNone:
-            break;
-    }
-}
+// The permission bits a plain fopen(path, "w") would give: 0666 less the umask.
+mode_t umask_mode();
 
 }  // namespace kova

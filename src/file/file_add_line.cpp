@@ -1,45 +1,42 @@
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-
-#include "core/line_reader.h"
-#include "core/raise.h"
-#include "core/temp_file.h"
+#include "core/append.h"
+#include "core/fail.h"
+#include "core/rewrite.h"
 #include "file/file_internal.h"
 
 namespace {
-constexpr int kReadFailedLine = 172;
+constexpr int kLineBadArguments = 72;
+constexpr int kLineNotFound = 138;
+constexpr int kLineReadFailed = 172;
+constexpr kova::RewriteLines kLines{.read = kLineReadFailed};
 
-int create_file(const char *path, const char *text) {
-    const auto step = kova::file::write_new_file(
-        path, [&](FILE *out) { return kova::file::put_line(out, text); });
-    if (step == kova::file::NewFileStep::kNone) return 1;
-    kova::raise(step == kova::file::NewFileStep::kOpen ? ERR_OPEN_FAILED : ERR_WRITE_FAILED);
-    return -1;
+// A missing file is created holding the line.
+int create_file(kova::Rewrite &rewrite, const char *text) {
+    const bool created = rewrite.create({}, kova::umask_mode(),
+                                        [&](FILE *out) { return kova::file::put_line(out, text); });
+    return created ? 1 : -1;
 }
 
 // Appends in place: a last line without its line feed gets one first, so that the new line
-// stands on its own.
-int append_in_place(FILE *file, const char *text) {
-    if (fseek(file, 0, SEEK_END) != 0) {
-        kova::raise(ERR_SEEK_FAILED);
-        return -1;
+// stands on its own. A failure leaves the file as it was.
+int append_in_place(kova::Rewrite &rewrite, const char *path, const char *text) {
+    kova::AppendInPlace file;
+    switch (file.open(path)) {
+        case kova::sys::Opened::kOk:
+            break;
+        case kova::sys::Opened::kMissing:
+            return create_file(rewrite, text);
+        case kova::sys::Opened::kStatFailed:
+            return kova::fail(ERR_STAT_FAILED);
+        case kova::sys::Opened::kFailed:
+        case kova::sys::Opened::kNotRegular:
+            return kova::fail(ERR_OPEN_FAILED);
     }
-    bool needs_newline = false;
-    if (ftell(file) > 0) {
-        if (fseek(file, -1, SEEK_END) != 0) {
-            kova::raise(ERR_SEEK_FAILED);
-            return -1;
-        }
-        const int last = fgetc(file);
-        needs_newline = last != '\n';
-        fseek(file, 0, SEEK_END);
-    }
-    if ((needs_newline && fputc('\n', file) == EOF) || !kova::file::put_line(file, text) ||
-        fflush(file) != 0 || fsync(fileno(file)) != 0) {
-        kova::raise(ERR_WRITE_FAILED);
-        return -1;
+    char last = '\0';
+    if (!file.seek_end(&last)) return kova::fail(ERR_SEEK_FAILED);
+    const bool newline_first = last != '\0' && last != '\n';
+    if ((newline_first && fputc('\n', file.stream()) == EOF) ||
+        !kova::file::put_line(file.stream(), text) || !file.finish()) {
+        return kova::fail(ERR_WRITE_FAILED);
     }
     return 1;
 }
@@ -47,80 +44,47 @@ int append_in_place(FILE *file, const char *text) {
 
 int KLIBFileAddLine(const char *szPath, const char *szPattern, const char *szText, int flags) {
     if (szPath == nullptr || szText == nullptr || flags < 0) {
-        kova::raise(ERR_BAD_PARAMETERS, 72);
-        return -1;
-    }
-    kova::UniqueFile file(fopen(szPath, "r+"));
-    if (!file) {
-        if (access(szPath, F_OK) != 0) return create_file(szPath, szText);
-        kova::raise(ERR_OPEN_FAILED);
-        return -1;
-    }
-    struct stat st {};
-    if (fstat(fileno(file.get()), &st) != 0) {
-        kova::raise(ERR_STAT_FAILED);
-        return -1;
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     }
     const bool after = (flags & KLIB_FILE_ADD_AFTER) != 0;
-    if (szPattern == nullptr && after) {
-        const int rc = append_in_place(file.get(), szText);
-        if (fclose(file.release()) != 0 && rc == 1) {
-            kova::raise(ERR_WRITE_FAILED);
+    kova::Rewrite rewrite(szPath, kLines);
+    if (szPattern == nullptr && after) return append_in_place(rewrite, szPath, szText);
+    switch (rewrite.open(O_RDWR)) {
+        case kova::Rewrite::Opened::kOk:
+            break;
+        case kova::Rewrite::Opened::kMissing:
+            return create_file(rewrite, szText);
+        case kova::Rewrite::Opened::kFailed:
             return -1;
-        }
-        return rc;
     }
     long position = 1;  // the new line goes before this line
     if (szPattern != nullptr) {
         bool out_of_memory = false;
         const long found =
-            kova::file::match_line_number(file.get(), szPattern, flags, &out_of_memory);
+            kova::file::match_line_number(rewrite.source(), szPattern, flags, &out_of_memory);
         if (found < 0) {
-            kova::raise(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kReadFailedLine);
-            return -1;
+            return kova::fail(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kLineReadFailed);
         }
         if (found == 0) {
-            kova::raise(ERR_KEY_NOT_FOUND, 138);
+            kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
             return 0;
         }
         position = after ? found + 1 : found;
-        rewind(file.get());
     }
-    kova::TempFile temp;
-    if (!temp.create(szPath)) {
-        kova::raise_commit_failure(temp, {__LINE__, __LINE__, 0, 0, 0, 0});
-        return -1;
-    }
-    kova::LineReader reader(file.get());
     bool inserted = false;
     bool ends_with_newline = true;
-    while (reader.next()) {
+    const bool copied = rewrite.each_line([&](kova::LineReader &reader) {
         if (reader.number() == position) {
             inserted = true;
-            if (!kova::file::put_line(temp.stream(), szText)) {
-                kova::raise(ERR_WRITE_FAILED);
-                return -1;
-            }
+            if (!rewrite.print(__LINE__, "%s\n", szText)) return false;
         }
         ends_with_newline = reader.ends_with_newline();
-        if (!kova::file::put(temp.stream(), reader.line())) {
-            kova::raise(ERR_WRITE_FAILED);
-            return -1;
-        }
-    }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code(), kReadFailedLine);
-        return -1;
-    }
+        return rewrite.put(reader.line());
+    });
+    if (!copied) return -1;
     // Past the last line: appended, on a line of its own.
-    if (!inserted && ((!ends_with_newline && fputc('\n', temp.stream()) == EOF) ||
-                      !kova::file::put_line(temp.stream(), szText))) {
-        kova::raise(ERR_WRITE_FAILED);
+    if (!inserted && !rewrite.print(__LINE__, "%s%s\n", ends_with_newline ? "" : "\n", szText)) {
         return -1;
     }
-    if (!temp.commit(st)) {
-        kova::raise_commit_failure(temp, {0, 0, __LINE__, __LINE__, __LINE__, __LINE__});
-        return -1;
-    }
-    return 1;
+    return rewrite.commit() ? 1 : -1;
 }

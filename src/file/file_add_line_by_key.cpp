@@ -22,7 +22,6 @@ int KLIBFileAddLineByKey(const char *szPath, const char *szKey, const char *szTe
         if (after) ok = ok && kova::file::put_line(out, szText);
         return ok ? 1 : -1;
     };
-    const int rc = kova::file::rewrite_lines(
-        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+    const int rc = kova::file::rewrite_changed_lines(szPath, edit);
     return rc > 0 ? 1 : rc;
 }

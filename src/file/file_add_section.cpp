@@ -1,46 +1,38 @@
-#include <unistd.h>
-
+#include "core/append.h"
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 
-// Appends in place, without a temporary file: a reader may see a partly appended section.
+namespace {
+constexpr int kLineBadArguments = 50;
+constexpr int kLineOpen = 54;
+constexpr int kLineNewline = 79;  // the line feed a last line lacked
+}  // namespace
+
+// Appends in place, without a temporary file: a reader may see a partly appended section. A
+// failure cuts the file back to its old length.
 int ErrKLIBFileAddSection(const char *szPath, const char *szSection, const KLIBSZHASH *pHash,
                           const char *szFormat) {
     if (szPath == nullptr || szSection == nullptr || pHash == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 50);
-        return -1;
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     }
-    kova::UniqueFile file(fopen(szPath, "r+"));
-    if (!file) {
-        kova::raise(ERR_OPEN_FAILED, 54);
-        return -1;
-    }
+    kova::AppendInPlace file;
+    if (file.open(szPath) != kova::sys::Opened::kOk) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     const std::string_view name(szSection);
-    bool ends_with_newline = false;  // an empty file gets an empty first line (kept)
     {
-        kova::LineReader reader(file.get());
+        kova::LineReader reader(file.stream());
         while (reader.next()) {
             if (kova::file::match_section(reader.line(), name)) return 0;
-            ends_with_newline = reader.ends_with_newline();
         }
-        if (reader.failed()) {
-            kova::raise(reader.failure_code());
-            return -1;
-        }
+        if (reader.failed()) return kova::fail(reader.failure_code());
     }
-    if (fseek(file.get(), 0, SEEK_END) != 0) {
-        kova::raise(ERR_SEEK_FAILED);
-        return -1;
+    char last = '\0';
+    if (!file.seek_end(&last)) return kova::fail(ERR_SEEK_FAILED);
+    // An empty file gets an empty first line (kept).
+    if (last != '\n' && fputc('\n', file.stream()) == EOF) {
+        return kova::fail(ERR_WRITE_FAILED, kLineNewline);
     }
-    if (!ends_with_newline && fputc('\n', file.get()) == EOF) {
-        kova::raise(ERR_WRITE_FAILED, 79);
-        return -1;
-    }
-    if (ErrKLIBIFileHash2File(file.get(), szSection, pHash, szFormat) != 0) return -1;
-    if (fflush(file.get()) != 0 || fsync(fileno(file.get())) != 0 || fclose(file.release()) != 0) {
-        kova::raise(ERR_WRITE_FAILED);
-        return -1;
-    }
+    if (ErrKLIBIFileHash2File(file.stream(), szSection, pHash, szFormat) != 0) return -1;
+    if (!file.finish()) return kova::fail(ERR_WRITE_FAILED);
     return 1;
 }

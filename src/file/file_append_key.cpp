@@ -1,6 +1,5 @@
-#include <unistd.h>
-
-#include "core/raise.h"
+#include "core/fail.h"
+#include "core/rewrite.h"
 #include "file/file_internal.h"
 
 // Appends format(key, value) as a new last line, whether or not the key is already present; a
@@ -8,25 +7,28 @@
 int KLIBFileAppendKey(const char *szPath, const char *szKey, const char *szValue,
                       const char *szFormat) {
     if (szPath == nullptr || szKey == nullptr || szValue == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
+        return kova::fail(ERR_BAD_PARAMETERS);
     }
     const char *format = kova::file::format_or_default(szFormat);
-    auto write_pair = [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; };
-    if (access(szPath, F_OK) != 0) {
-        if (kova::file::write_new_file(szPath, write_pair) != kova::file::NewFileStep::kNone) {
-            kova::raise(ERR_WRITE_FAILED);
+    kova::Rewrite rewrite(szPath, {});
+    switch (rewrite.open()) {
+        case kova::Rewrite::Opened::kOk:
+            break;
+        case kova::Rewrite::Opened::kMissing:
+            return rewrite.create(
+                       {}, kova::umask_mode(),
+                       [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; })
+                       ? 1
+                       : -1;
+        case kova::Rewrite::Opened::kFailed:
             return -1;
-        }
-        return 1;
     }
     bool needs_newline = false;
-    auto copy = [&](kova::LineReader &reader, FILE *out) {
+    const bool copied = rewrite.each_line([&](kova::LineReader &reader) {
         needs_newline = !reader.ends_with_newline();
-        return kova::file::put(out, reader.line()) ? 0 : -1;
-    };
-    auto append = [&](kova::LineReader &, FILE *out) {
-        return (!needs_newline || fputc('\n', out) != EOF) && write_pair(out);
-    };
-    return kova::file::rewrite_lines(szPath, copy, append, true) < 0 ? -1 : 1;
+        return rewrite.put(reader.line());
+    });
+    if (!copied || (needs_newline && !rewrite.put("\n"))) return -1;
+    if (!rewrite.print(__LINE__, format, szKey, szValue)) return -1;
+    return rewrite.commit() ? 1 : -1;
 }

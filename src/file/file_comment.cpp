@@ -14,6 +14,5 @@ int KLIBFileComment(const char *szPath, const char *szKey) {
         if (hit && fputc('#', out) == EOF) return -1;
         return kova::file::put(out, reader.line()) ? (hit ? 1 : 0) : -1;
     };
-    return kova::file::rewrite_lines(
-        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+    return kova::file::rewrite_changed_lines(szPath, edit);
 }

@@ -14,7 +14,7 @@ int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList) {
         kova::raise(ERR_BAD_PARAMETERS, 42);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED, 46);
         return -1;

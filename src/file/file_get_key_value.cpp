@@ -9,7 +9,7 @@ int KLIBFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int 
         kova::raise(ERR_BAD_PARAMETERS, 52);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED, 56);
         return -1;

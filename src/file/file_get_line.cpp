@@ -9,7 +9,7 @@ int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int 
         kova::raise(ERR_BAD_PARAMETERS, 51);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED);
         return -1;

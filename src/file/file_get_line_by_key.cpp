@@ -10,7 +10,7 @@ int KLIBFileGetLineByKey(const char *szPath, const char *szKey, char *szBuf, int
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED);
         return -1;

@@ -17,7 +17,7 @@ int KLIBFileGetPair(const char *szPath, PKLIBSZHASH *ppHash) {
         kova::raise(ERR_OUT_OF_MEMORY);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED);
         return -1;

@@ -28,7 +28,7 @@ int KLIBFileGetSection(const char *szPath, const char *szSection, PKLIBSZHASH *p
         kova::raise(ERR_OUT_OF_MEMORY, 58);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED, 62);
         return -1;

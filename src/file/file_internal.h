@@ -1,5 +1,5 @@
-// What the configuration-file operations share: the line syntax, opening the file to rewrite,
-// creating a missing file, the lock table's internals and the pattern match.
+// What the configuration-file operations share: the line syntax, opening a file to read, the
+// rewrite of changed lines, the section syntax and the pattern match.
 #pragma once
 
 #include <sys/stat.h>
@@ -7,9 +7,10 @@
 #include <cstdio>
 #include <string_view>
 
+#include "core/fail.h"
 #include "core/line_reader.h"
 #include "core/owners.h"
-#include "core/temp_file.h"
+#include "core/rewrite.h"
 #include "kovasdk/file.h"
 #include "kovasdk/hash.h"
 
@@ -49,103 +50,46 @@ inline bool has_key(std::string_view line, std::string_view key) {
 // KLIBILineMatch on a line with or without its line feed.
 bool line_match(std::string_view line, const char *pattern, int flags);
 
-// The file about to be rewritten, open for reading, with its owner, group and mode.
-struct Source {
-    UniqueFile file;
-    struct stat st {};
-};
-enum class SourceState { kOk, kCannotOpen, kStatFailed, kDirectory };
-SourceState open_source(const char *path, Source *source);
+// Opens a file for reading as a stream; a FIFO, device or directory is refused (errno EINVAL or
+// EISDIR) instead of blocking or failing later. Null on failure, errno set.
+UniqueFile open_for_reading(const char *path);
 
-// Writes bytes to the temporary file; false on a short write.
+// Writes bytes to a stream; false on a short write.
 inline bool put(FILE *out, std::string_view bytes) {
     return fwrite(bytes.data(), 1, bytes.size(), out) == bytes.size();
 }
 
-// Creating a file that was missing, directly ("w", mode from the umask): the step that failed.
-enum class NewFileStep { kNone, kOpen, kWrite, kFlush, kSync, kClose };
-
-// Creates path, lets write fill it (true on success), flushes, syncs and closes it; a file
-// created here and not completed is removed again.
-template <class Writer>
-NewFileStep write_new_file(const char *path, Writer &&write);
-
-NewFileStep finish_new_file(const char *path, FILE *stream, bool written);
-
-template <class Writer>
-NewFileStep write_new_file(const char *path, Writer &&write) {
-    FILE *stream = fopen(path, "w");
-    if (stream == nullptr) return NewFileStep::kOpen;
-    return finish_new_file(path, stream, write(stream));
-}
-
-}  // namespace kova::file
-
-namespace kova::file {
-
-// The rewrite shared by the operations whose lines are not fixed by the interface: copies path
-// to a temporary file, letting edit(line, out) decide what stands in each line's place (-1 a
-// write failed, 0 the line was copied, 1 it was changed or dropped), then finish(out) (false on
-// a write failure). With no line changed the temporary file is discarded and 0 returned with
-// ERR_KEY_NOT_FOUND; otherwise the commit follows and the number of changed lines is returned.
-// Failures are raised at the caller's file and line.
-template <class Editor, class Finisher>
-int rewrite_lines(const char *path, Editor &&edit, Finisher &&finish, bool commit_unchanged,
-                  const char *file = __builtin_FILE(), int line = __builtin_LINE());
-
-}  // namespace kova::file
-
-namespace kova::file {
-
-template <class Editor, class Finisher>
-int rewrite_lines(const char *path, Editor &&edit, Finisher &&finish, bool commit_unchanged,
-                  const char *file, int line) {
-    Source source;
-    switch (open_source(path, &source)) {
-        case SourceState::kOk:
-            break;
-        case SourceState::kCannotOpen:
-            raise(ERR_OPEN_FAILED, line, file);
-            return -1;
-        case SourceState::kStatFailed:
-            raise(ERR_STAT_FAILED, line, file);
-            return -1;
-        case SourceState::kDirectory:
-            raise(ERR_OPEN_FAILED, line, file);
-            return -1;
-    }
-    TempFile temp;
-    if (!temp.create(path)) {
-        raise_commit_failure(temp, {line, line, line, line, line, line}, file);
-        return -1;
-    }
-    LineReader reader(source.file.get());
+// The rewrite of the operations that change some lines and have no lines of their own in the
+// interface: edit(line, out) writes what stands in the line's place and returns 1 when it
+// changed or dropped the line, 0 when it copied it, -1 when a write failed. With no line changed
+// the file is left as it was: 0 with ERR_KEY_NOT_FOUND. Otherwise the number of changed lines once
+// committed; -1 on failure.
+template <class Editor>
+int rewrite_changed_lines(const char *path, Editor &&edit, const char *file = __builtin_FILE(),
+                          int line = __builtin_LINE()) {
+    const RewriteLines lines{.open = line, .stat = line, .not_regular = line, .write = line};
+    Rewrite rewrite(path, lines, nullptr, file);
+    const Rewrite::Opened opened = rewrite.open(O_RDONLY, line);
+    if (opened == Rewrite::Opened::kMissing) KLIBErrSetEx(ERR_OPEN_FAILED, base_name(file), line);
+    if (opened != Rewrite::Opened::kOk) return -1;
     int changed = 0;
-    while (reader.next()) {
-        const int rc = edit(reader, temp.stream());
-        if (rc < 0) {
-            raise(ERR_WRITE_FAILED, line, file);
-            return -1;
-        }
-        changed += rc;
-    }
-    if (reader.failed()) {
-        raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, line, file);
-        return -1;
-    }
-    if (!finish(reader, temp.stream())) {
-        raise(ERR_WRITE_FAILED, line, file);
-        return -1;
-    }
-    if (changed == 0 && !commit_unchanged) {
-        raise(ERR_KEY_NOT_FOUND, line, file);
+    const bool copied = rewrite.each_line(
+        [&](LineReader &reader) {
+            const int rc = edit(reader, rewrite.out());
+            if (rc < 0) {
+                fail(ERR_WRITE_FAILED, Site(line, file));
+                return false;
+            }
+            changed += rc;
+            return true;
+        },
+        line);
+    if (!copied) return -1;
+    if (changed == 0) {
+        KLIBErrSetEx(ERR_KEY_NOT_FOUND, base_name(file), line);
         return 0;
     }
-    if (!temp.commit(source.st)) {
-        raise_commit_failure(temp, {line, line, line, line, line, line}, file);
-        return -1;
-    }
-    return changed;
+    return rewrite.commit(line) ? changed : -1;
 }
 
 }  // namespace kova::file

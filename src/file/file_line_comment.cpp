@@ -22,6 +22,5 @@ int KOVAFileLineComment(const char *szPath, const char *szPattern, int flags, in
         }
         return kova::file::put(out, line) ? changed : -1;
     };
-    return kova::file::rewrite_lines(
-        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+    return kova::file::rewrite_changed_lines(szPath, edit);
 }

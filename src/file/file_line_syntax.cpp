@@ -1,8 +1,7 @@
 // The line syntax shared by every reader and writer of this family.
-#include <unistd.h>
+#include <fcntl.h>
 
-#include <cerrno>
-
+#include "core/sys.h"
 #include "file/file_internal.h"
 
 namespace kova::file {
@@ -48,29 +47,11 @@ KeyValueLine split(std::string_view line) {
     return parsed;
 }
 
-SourceState open_source(const char *path, Source *source) {
-    source->file.reset(fopen(path, "r"));
-    if (!source->file) return SourceState::kCannotOpen;
-    if (fstat(fileno(source->file.get()), &source->st) != 0) return SourceState::kStatFailed;
-    if (S_ISDIR(source->st.st_mode)) return SourceState::kDirectory;
-    return SourceState::kOk;
-}
-
-NewFileStep finish_new_file(const char *path, FILE *stream, bool written) {
-    NewFileStep failed = NewFileStep::kNone;
-    if (!written) {
-        failed = NewFileStep::kWrite;
-    } else if (fflush(stream) != 0) {
-        failed = NewFileStep::kFlush;
-    } else if (fsync(fileno(stream)) != 0) {
-        failed = NewFileStep::kSync;
-    }
-    const int saved = errno;
-    if (fclose(stream) != 0 && failed == NewFileStep::kNone) failed = NewFileStep::kClose;
-    // The file did not exist before this call: an incomplete one must not stay behind.
-    if (failed != NewFileStep::kNone) unlink(path);
-    errno = saved;
-    return failed;
+UniqueFile open_for_reading(const char *path) {
+    int fd = -1;
+    struct stat st {};
+    if (sys::open_regular(path, O_RDONLY, &fd, &st) != sys::Opened::kOk) return nullptr;
+    return UniqueFile(sys::stream(fd, "r"));
 }
 
 }  // namespace kova::file

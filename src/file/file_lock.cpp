@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -5,6 +6,7 @@
 
 #include "core/raise.h"
 #include "core/root.h"
+#include "core/sys.h"
 #include "kovasdk/file.h"
 
 namespace {
@@ -14,6 +16,21 @@ constexpr int kSharedNonBlocking = KLIB_LOCK_SH | KLIB_LOCK_NB;
 constexpr int kExclusiveNonBlocking = KLIB_LOCK_EX | KLIB_LOCK_NB;
 
 enum class Pass { kTaken, kRetry, kRefused };
+
+// Opens a lock file "r", refusing a symlink or FIFO planted at its name. Not close-on-exec: a
+// program run through KLIBExecv keeps the caller's locks; the other ways of running programs
+// close them in the child.
+FILE *open_lock_file(const char *path) {
+    int fd = -1;
+    struct stat st {};
+    if (kova::sys::open_regular(path, O_RDONLY | O_NOFOLLOW, &fd, &st) != kova::sys::Opened::kOk) {
+        return nullptr;
+    }
+    fcntl(fd, F_SETFD, 0);
+    FILE *file = fdopen(fd, "r");
+    if (file == nullptr) kova::sys::close(fd);
+    return file;
+}
 
 // One pass over the table. taken collects the bits this pass holds; touched also the entry
 // whose flock failed, so that all of them are released again.
@@ -31,14 +48,12 @@ Pass take_once(uint32_t mask, int operation, uint32_t *touched) {
             *touched |= entry->bit;
             continue;
         }
-        const kova::RootedPath path(entry->szPath);
-        // Close-on-exec: a program the holder runs must not keep the lock alive after it.
-        FILE *lock_file = fopen(path.c_str(), "re");
+        FILE *lock_file = open_lock_file(kova::RootedPath(entry->szPath).c_str());
         if (lock_file == nullptr) continue;  // never taken, so the request fails
         entry->pFile = lock_file;
         entry->count = 1;
         *touched |= entry->bit;
-        if (flock(fileno(lock_file), operation) != 0) return Pass::kRetry;
+        if (kova::sys::flock(fileno(lock_file), operation) != 0) return Pass::kRetry;
         entry->mode = operation;
         taken |= entry->bit;
     }

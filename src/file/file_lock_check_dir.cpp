@@ -1,33 +1,68 @@
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstring>
 
-#include "core/raise.h"
+#include "core/fail.h"
+#include "core/owners.h"
+#include "core/paths.h"
 #include "core/root.h"
+#include "core/sys.h"
 #include "kovasdk/file.h"
 
 namespace {
-constexpr const char *kLockDir = "/tmp/lock/";
+constexpr int kLineDirectory = 37;
+constexpr int kLineEntry = 45;
+
+// The lock directory sits in a world-writable place: it must be a real directory (not a
+// symlink) owned by root or by the caller, or another user could steer or hold every lock.
+bool trusted_directory(const struct stat &st) {
+    return S_ISDIR(st.st_mode) && (st.st_uid == 0 || st.st_uid == geteuid());
+}
+
+bool lock_directory_ready(const char *path) {
+    // Without its trailing slash, so that lstat sees a symlink rather than where it points.
+    char dir[PATH_MAX];
+    snprintf(dir, sizeof dir, "%s", path);
+    for (size_t n = strlen(dir); n > 1 && dir[n - 1] == '/'; --n)
+        dir[n - 1] = '\0';
+    struct stat st {};
+    if (lstat(dir, &st) == 0) return trusted_directory(st);
+    if (errno != ENOENT) return false;
+    // Another process may create it at the same instant: EEXIST then means it is there.
+    if (kova::sys::mkdir(dir, 0700) != 0) {
+        return errno == EEXIST && lstat(dir, &st) == 0 && trusted_directory(st);
+    }
+    const kova::UniqueFd fd(kova::sys::open(dir, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return fd && kova::sys::fchmod(fd.get(), 0755) == 0;
+}
+
+// A lock file that is missing is created as fopen(path, "w") would, but neither through a
+// symlink nor by blocking on a FIFO planted at its name.
+bool lock_file_ready(const char *path) {
+    struct stat st {};
+    if (lstat(path, &st) == 0 && S_ISREG(st.st_mode)) return true;
+    int fd = -1;
+    if (kova::sys::open_regular(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, &fd, &st, 0666) !=
+        kova::sys::Opened::kOk) {
+        return false;
+    }
+    kova::sys::close(fd);
+    return true;
+}
 }  // namespace
 
 int ErrKLIBILockCheckDir(void) {
-    const kova::RootedPath dir(kLockDir);
-    struct stat st {};
-    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        if (mkdir(dir.c_str(), 0700) != 0 || chmod(dir.c_str(), 0755) != 0) {
-            kova::raise(ERR_CREATE_FAILED, 37);
-            return -1;
-        }
-    }
+    const kova::RootedPath dir(kova::paths::kLockDir);
+    if (!lock_directory_ready(dir.c_str())) return kova::fail(ERR_CREATE_FAILED, kLineDirectory);
     for (const KLIBFILELOCK *entry = rgslckList; entry->bit != 0; ++entry) {
-        const kova::RootedPath path(entry->szPath);
-        if (stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) continue;
-        FILE *created = fopen(path.c_str(), "w");
-        if (created == nullptr) {
-            kova::raise(ERR_OPEN_FAILED, 45);
-            return -1;
+        if (!lock_file_ready(kova::RootedPath(entry->szPath).c_str())) {
+            return kova::fail(ERR_OPEN_FAILED, kLineEntry);
         }
-        fclose(created);
     }
     return 0;
 }

@@ -9,7 +9,7 @@ int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
-    kova::UniqueFile in(fopen(szPath, "r"));
+    kova::UniqueFile in(kova::file::open_for_reading(szPath));
     if (!in) {
         kova::raise(ERR_OPEN_FAILED);
         return -1;

@@ -26,6 +26,5 @@ int KLIBFileReplaceSubStr(const char *szPath, const char *szOld, const char *szN
         }
         return kova::file::put(out, rest) ? changed : -1;
     };
-    return kova::file::rewrite_lines(
-        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+    return kova::file::rewrite_changed_lines(szPath, edit);
 }

@@ -1,16 +1,23 @@
-#include <unistd.h>
-
-#include <cerrno>
-
-#include "core/line_reader.h"
-#include "core/log.h"
-#include "core/raise.h"
-#include "core/temp_file.h"
+#include "core/fail.h"
+#include "core/rewrite.h"
 #include "file/file_internal.h"
 #include "kovasdk/hash.h"
 
 namespace {
-constexpr kova::CommitLines kCommitLines{204, 208, 269, 275, 279, 284};
+constexpr int kLineBadArguments = 183;
+// A file that exists but cannot be opened fails at the line of its stat step.
+constexpr kova::RewriteLines kLines{
+    .open = 188,
+    .stat = 188,
+    .not_regular = 192,
+    .create = 204,
+    .stream = 208,
+    .read_code = ERR_WRITE_FAILED,
+    .flush = 269,
+    .sync = 275,
+    .close = 279,
+    .rename = 284,
+};
 constexpr mode_t kNewFileMode = 0644;
 constexpr int kKeyListSize = 1024;
 
@@ -33,16 +40,14 @@ LineResult move_line(kova::LineReader &reader, PKLIBSZHASH set, PKLIBSZHASH remo
     LineResult result = LineResult::kChanged;
     if (remove != nullptr && SzKLIBSzHashGetValue(remove, key) != nullptr) {
         if (SzKLIBSzHashRemoveKey(remove, key) == nullptr) {
-            kova::log(LOG_ERR, "%s:%d SzKLIBSzHashRemoveKey() szKey=%s", __FILE_NAME__, __LINE__,
-                      key);
+            kova::log_at(LOG_ERR, __LINE__, "%s:%d SzKLIBSzHashRemoveKey() szKey=%s", key);
             result = LineResult::kFailed;
         }
     } else if (const char *value = SzKLIBSzHashGetValue(set, key)) {
         if (fprintf(out, format, key, value) < 0) {
             result = LineResult::kFailed;
         } else if (SzKLIBSzHashRemoveKey(set, key) == nullptr) {
-            kova::log(LOG_ERR, "%s:%d SzKLIBSzHashRemoveKey() szKey=%s", __FILE_NAME__, __LINE__,
-                      key);
+            kova::log_at(LOG_ERR, __LINE__, "%s:%d SzKLIBSzHashRemoveKey() szKey=%s", key);
             result = LineResult::kFailed;
         }
     } else {
@@ -59,7 +64,7 @@ LineResult move_line(kova::LineReader &reader, PKLIBSZHASH set, PKLIBSZHASH remo
 int append_keys(PKLIBSZHASH set, const char *format, FILE *out) {
     PKLIBSZLIST keys = PslKLIBSzListAlloc(kKeyListSize);
     if (keys == nullptr || KLIBSzHashEnumKey(set, &keys) < 0) {
-        kova::log(LOG_ERR, "%s:%d KLIBSzHashEnumKey() failed!", __FILE_NAME__, __LINE__);
+        kova::log_at(LOG_ERR, __LINE__, "%s:%d KLIBSzHashEnumKey() failed!");
         KLIBSzListFree(keys);
         return -1;
     }
@@ -81,54 +86,34 @@ int append_keys(PKLIBSZHASH set, const char *format, FILE *out) {
 
 int KLIBFileSetKeys(const char *szPath, PKLIBSZHASH pSet, PKLIBSZHASH pRemove,
                     const char *szFormat) {
-    if (szPath == nullptr || pSet == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 183);
-        return -1;
-    }
+    if (szPath == nullptr || pSet == nullptr)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     const char *format = kova::file::format_or_default(szFormat);
-    kova::file::Source source;
-    switch (kova::file::open_source(szPath, &source)) {
-        case kova::file::SourceState::kOk:
+    kova::Rewrite rewrite(szPath, kLines);
+    switch (rewrite.open()) {
+        case kova::Rewrite::Opened::kOk:
+            if (!rewrite.start()) return -1;
             break;
-        case kova::file::SourceState::kCannotOpen:
-            source.st = kova::new_file_owner(kNewFileMode);
+        case kova::Rewrite::Opened::kMissing:
+            if (!rewrite.start_new(kNewFileMode)) return -1;
             break;
-        case kova::file::SourceState::kStatFailed:
-            kova::raise(ERR_STAT_FAILED, 188);
+        case kova::Rewrite::Opened::kFailed:
             return -1;
-        case kova::file::SourceState::kDirectory:
-            kova::raise(ERR_OPEN_FAILED, 192);
-            return -1;
-    }
-    kova::TempFile temp;
-    if (!temp.create(szPath)) {
-        kova::raise_commit_failure(temp, kCommitLines);
-        return -1;
     }
     int count = 0;
-    if (source.file) {
-        kova::LineReader reader(source.file.get());
-        while (reader.next()) {
-            const LineResult result = move_line(reader, pSet, pRemove, format, temp.stream());
-            if (result == LineResult::kFailed) {
-                kova::log(LOG_ERR,
-                          "%s:%d KLIBILineKeyMoveHash2File() failed! szBuf=%s, szFormat=%s",
-                          __FILE_NAME__, __LINE__, reader.data(), format);
-                kova::raise(ERR_WRITE_FAILED);
-                return -1;
-            }
-            if (result == LineResult::kChanged) ++count;
+    const bool moved = rewrite.each_line([&](kova::LineReader &reader) {
+        const LineResult result = move_line(reader, pSet, pRemove, format, rewrite.out());
+        if (result == LineResult::kFailed) {
+            kova::fail(ERR_WRITE_FAILED, __LINE__,
+                       "%s:%d KLIBILineKeyMoveHash2File() failed! szBuf=%s, szFormat=%s",
+                       reader.data(), format);
+            return false;
         }
-        if (reader.failed()) {
-            kova::raise(reader.out_of_memory() ? ERR_OUT_OF_MEMORY : ERR_WRITE_FAILED);
-            return -1;
-        }
-    }
-    const int appended = append_keys(pSet, format, temp.stream());
+        if (result == LineResult::kChanged) ++count;
+        return true;
+    });
+    if (!moved) return -1;
+    const int appended = append_keys(pSet, format, rewrite.out());
     if (appended < 0) return -1;
-    if (!temp.commit(source.st)) {
-        kova::raise_commit_failure(temp, kCommitLines);
-        return -1;
-    }
-    return count + appended;
+    return rewrite.commit() ? count + appended : -1;
 }

@@ -1,75 +1,45 @@
-#include <cstdio>
-
-#include "core/line_reader.h"
-#include "core/raise.h"
-#include "core/temp_file.h"
+#include "core/fail.h"
+#include "core/rewrite.h"
 #include "file/file_internal.h"
 
 namespace {
-int create_file(const char *path, const char *text) {
-    const auto step = kova::file::write_new_file(
-        path, [&](FILE *out) { return text == nullptr || kova::file::put_line(out, text); });
-    if (step == kova::file::NewFileStep::kNone) return 1;
-    kova::raise(step == kova::file::NewFileStep::kOpen ? ERR_OPEN_FAILED : ERR_WRITE_FAILED);
-    return -1;
-}
+constexpr int kLineFirstPassRead = 106;
+constexpr int kLineNotFound = 111;
+constexpr kova::RewriteLines kLines{.read = 150};
 }  // namespace
 
 int KLIBFileSetLine(const char *szPath, const char *szPattern, const char *szText, int flags) {
     if (szPath == nullptr || szPattern == nullptr || flags < 0) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
+        return kova::fail(ERR_BAD_PARAMETERS);
     }
-    kova::file::Source source;
-    switch (kova::file::open_source(szPath, &source)) {
-        case kova::file::SourceState::kOk:
+    kova::Rewrite rewrite(szPath, kLines);
+    switch (rewrite.open()) {
+        case kova::Rewrite::Opened::kOk:
             break;
-        case kova::file::SourceState::kCannotOpen:
-            return create_file(szPath, szText);
-        case kova::file::SourceState::kStatFailed:
-            kova::raise(ERR_STAT_FAILED);
-            return -1;
-        case kova::file::SourceState::kDirectory:
-            kova::raise(ERR_OPEN_FAILED);
+        case kova::Rewrite::Opened::kMissing:
+            return rewrite.create({}, kova::umask_mode(),
+                                  [&](FILE *out) {
+                                      return szText == nullptr || kova::file::put_line(out, szText);
+                                  })
+                       ? 1
+                       : -1;
+        case kova::Rewrite::Opened::kFailed:
             return -1;
     }
     bool out_of_memory = false;
     const long target =
-        kova::file::match_line_number(source.file.get(), szPattern, flags, &out_of_memory);
+        kova::file::match_line_number(rewrite.source(), szPattern, flags, &out_of_memory);
     if (target < 0) {
-        kova::raise(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, 106);
-        return -1;
+        return kova::fail(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kLineFirstPassRead);
     }
     if (target == 0) {
-        kova::raise(ERR_KEY_NOT_FOUND, 111);
+        kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
         return 0;
     }
-    rewind(source.file.get());
-    kova::TempFile temp;
-    if (!temp.create(szPath)) {
-        kova::raise_commit_failure(temp, {__LINE__, __LINE__, 0, 0, 0, 0});
-        return -1;
-    }
-    kova::LineReader reader(source.file.get());
-    while (reader.next()) {
-        bool written = true;
-        if (reader.number() != target) {
-            written = kova::file::put(temp.stream(), reader.line());
-        } else if (szText != nullptr) {
-            written = kova::file::put_line(temp.stream(), szText);
-        }
-        if (!written) {
-            kova::raise(ERR_WRITE_FAILED);
-            return -1;
-        }
-    }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code(), 150);
-        return -1;
-    }
-    if (!temp.commit(source.st)) {
-        kova::raise_commit_failure(temp, {0, 0, __LINE__, __LINE__, __LINE__, __LINE__});
-        return -1;
-    }
-    return 1;
+    const bool copied = rewrite.each_line([&](kova::LineReader &reader) {
+        if (reader.number() != target) return rewrite.put(reader.line());
+        return szText == nullptr || rewrite.print(__LINE__, "%s\n", szText);
+    });
+    if (!copied) return -1;
+    return rewrite.commit() ? 1 : -1;
 }

@@ -16,7 +16,6 @@ int KLIBFileSetLineByKey(const char *szPath, const char *szKey, const char *szTe
         done = true;
         return szText == nullptr || kova::file::put_line(out, szText) ? 1 : -1;
     };
-    const int rc = kova::file::rewrite_lines(
-        szPath, edit, [](kova::LineReader &, FILE *) { return true; }, false);
+    const int rc = kova::file::rewrite_changed_lines(szPath, edit);
     return rc > 0 ? 1 : rc;
 }

@@ -1,45 +1,30 @@
-#include <sys/stat.h>
+#include <fcntl.h>
 
-#include "core/raise.h"
-#include "core/temp_file.h"
+#include "core/fail.h"
+#include "core/sys.h"
 #include "file/file_internal.h"
 
 namespace {
-constexpr kova::CommitLines kCommitLines{41, 41, __LINE__, __LINE__, __LINE__, __LINE__};
-constexpr mode_t kNewFileMode = 0644;  // as KLIBFileSetKeys gives a new file
+constexpr int kLineBadArguments = 37;
+constexpr int kLineOpen = 41;
 }  // namespace
 
-// The whole file anew, pairs only. Written through the temporary-file commit rather than by
-// truncating in place, so that a failure leaves the old file and a reader never sees it empty.
+// The whole file anew, pairs only, written in place ("w"): a reader can see it partly written,
+// and a failed write leaves it so (as defined; the other writers go through a temporary file).
 int ErrKLIBFileSetPair(const char *szPath, const KLIBSZHASH *pHash, const char *szFormat) {
-    if (szPath == nullptr || pHash == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 37);
-        return -1;
+    if (szPath == nullptr || pHash == nullptr)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
+    int fd = -1;
+    struct stat st {};
+    if (kova::sys::open_regular(szPath, O_WRONLY | O_CREAT | O_TRUNC, &fd, &st, 0666) !=
+        kova::sys::Opened::kOk) {
+        return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     }
-    kova::file::Source source;
-    switch (kova::file::open_source(szPath, &source)) {
-        case kova::file::SourceState::kOk:
-            break;
-        case kova::file::SourceState::kCannotOpen:
-            source.st = kova::new_file_owner(kNewFileMode);
-            break;
-        case kova::file::SourceState::kStatFailed:
-            kova::raise(ERR_STAT_FAILED);
-            return -1;
-        case kova::file::SourceState::kDirectory:
-            kova::raise(ERR_OPEN_FAILED, 41);
-            return -1;
-    }
-    source.file.reset();
-    kova::TempFile temp;
-    if (!temp.create(szPath)) {
-        kova::raise_commit_failure(temp, kCommitLines);
-        return -1;
-    }
-    if (ErrKLIBIFileHash2File(temp.stream(), nullptr, pHash, szFormat) != 0) return -1;
-    if (!temp.commit(source.st)) {
-        kova::raise_commit_failure(temp, kCommitLines);
-        return -1;
-    }
+    kova::UniqueFile out(kova::sys::stream(fd, "w"));
+    if (!out) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
+    if (ErrKLIBIFileHash2File(out.get(), nullptr, pHash, szFormat) != 0) return -1;
+    if (fflush(out.get()) != 0) return kova::fail(ERR_WRITE_FAILED);
+    if (kova::sys::fsync(fd) != 0) return kova::fail(ERR_WRITE_FAILED);
+    if (fclose(out.release()) != 0) return kova::fail(ERR_WRITE_FAILED);
     return 0;
 }

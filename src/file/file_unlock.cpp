@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "core/raise.h"
+#include "core/sys.h"
 #include "kovasdk/file.h"
 
 int ErrKLIBFileUnlock(uint32_t mask) {
@@ -13,7 +14,7 @@ int ErrKLIBFileUnlock(uint32_t mask) {
             --entry->count;
             continue;
         }
-        if (flock(fileno(entry->pFile), LOCK_UN) != 0) {
+        if (kova::sys::flock(fileno(entry->pFile), LOCK_UN) != 0) {
             kova::raise(ERR_UNLOCK_FAILED, 38);
             rc = -1;
         }
