@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "commands.h"
+#include "core/root.h"
 #include "kovasdk/file.h"
 #include "kovasdk/hash.h"
 
@@ -24,11 +25,11 @@ int usage() {
     return 2;
 }
 
-// An absolute appliance path under KOVA_ROOT, so that --root works on an offline image.
+// An absolute appliance path under the sandbox root by the library's own rule, so that --root
+// works on an offline image.
 const char *resolve(const char *file, char (&out)[PATH_MAX]) {
-    const char *root = getenv("KOVA_ROOT");
-    if (file[0] != '/' || root == nullptr || root[0] == '\0') return file;
-    snprintf(out, sizeof out, "%s%s", root, file);
+    if (file[0] != '/') return file;
+    snprintf(out, sizeof out, "%s", kova::RootedPath(file).c_str());
     return out;
 }
 
