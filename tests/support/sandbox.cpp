@@ -98,8 +98,11 @@ AllocationFailure::~AllocationFailure() {
     if (KLIBErrGet() == code && (line == 0 || KOVAErrorGetLine() == line)) {
         return ::testing::AssertionSuccess();
     }
-    return ::testing::AssertionFailure() << "raised 0x" << std::hex << KLIBErrGet() << std::dec
-                                         << " at line " << KOVAErrorGetLine();
+    // One stream: AssertionResult formats each << on its own, which would drop std::hex.
+    std::ostringstream what;
+    what << "raised 0x" << std::hex << KLIBErrGet() << std::dec << " at line "
+         << KOVAErrorGetLine();
+    return ::testing::AssertionFailure() << what.str();
 }
 
 long allocation_count() {
