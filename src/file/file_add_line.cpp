@@ -43,9 +43,8 @@ int append_in_place(kova::Rewrite &rewrite, const char *path, const char *text) 
 }  // namespace
 
 int KLIBFileAddLine(const char *szPath, const char *szPattern, const char *szText, int flags) {
-    if (szPath == nullptr || szText == nullptr || flags < 0) {
+    if (szPath == nullptr || szText == nullptr || flags < 0)
         return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
-    }
     const bool after = (flags & KLIB_FILE_ADD_AFTER) != 0;
     kova::Rewrite rewrite(szPath, kLines);
     if (szPattern == nullptr && after) return append_in_place(rewrite, szPath, szText);
@@ -62,9 +61,8 @@ int KLIBFileAddLine(const char *szPath, const char *szPattern, const char *szTex
         bool out_of_memory = false;
         const long found =
             kova::file::match_line_number(rewrite.source(), szPattern, flags, &out_of_memory);
-        if (found < 0) {
+        if (found < 0)
             return kova::fail(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kLineReadFailed);
-        }
         if (found == 0) {
             kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
             return 0;

@@ -1,13 +1,11 @@
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 
 // Inserts text ("%s\n") before the first line of the key, or after it with 0x200. 1; 0 with
 // ERR_KEY_NOT_FOUND (the file is left as it was).
 int KLIBFileAddLineByKey(const char *szPath, const char *szKey, const char *szText, int flags) {
-    if (szPath == nullptr || szKey == nullptr || szText == nullptr || flags < 0) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || szKey == nullptr || szText == nullptr || flags < 0)
+        return kova::fail(ERR_BAD_PARAMETERS);
     const bool after = (flags & KLIB_FILE_ADD_AFTER) != 0;
     bool done = false;
     auto edit = [&](kova::LineReader &reader, FILE *out) {

@@ -13,9 +13,8 @@ constexpr int kLineNewline = 79;  // the line feed a last line lacked
 // failure cuts the file back to its old length.
 int ErrKLIBFileAddSection(const char *szPath, const char *szSection, const KLIBSZHASH *pHash,
                           const char *szFormat) {
-    if (szPath == nullptr || szSection == nullptr || pHash == nullptr) {
+    if (szPath == nullptr || szSection == nullptr || pHash == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
-    }
     kova::AppendInPlace file;
     if (file.open(szPath) != kova::sys::Opened::kOk) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     const std::string_view name(szSection);
@@ -29,9 +28,8 @@ int ErrKLIBFileAddSection(const char *szPath, const char *szSection, const KLIBS
     char last = '\0';
     if (!file.seek_end(&last)) return kova::fail(ERR_SEEK_FAILED);
     // An empty file gets an empty first line (kept).
-    if (last != '\n' && fputc('\n', file.stream()) == EOF) {
+    if (last != '\n' && fputc('\n', file.stream()) == EOF)
         return kova::fail(ERR_WRITE_FAILED, kLineNewline);
-    }
     if (ErrKLIBIFileHash2File(file.stream(), szSection, pHash, szFormat) != 0) return -1;
     if (!file.finish()) return kova::fail(ERR_WRITE_FAILED);
     return 1;

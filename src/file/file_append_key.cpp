@@ -6,9 +6,8 @@
 // last line without its line feed gets one first. A missing file is created.
 int KLIBFileAppendKey(const char *szPath, const char *szKey, const char *szValue,
                       const char *szFormat) {
-    if (szPath == nullptr || szKey == nullptr || szValue == nullptr) {
+    if (szPath == nullptr || szKey == nullptr || szValue == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS);
-    }
     const char *format = kova::file::format_or_default(szFormat);
     kova::Rewrite rewrite(szPath, {});
     switch (rewrite.open()) {

@@ -1,13 +1,10 @@
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 
 // Comments out every line of the key by putting '#' in front of it: the number of lines
 // changed; 0 with ERR_KEY_NOT_FOUND when none (the file is left as it was).
 int KLIBFileComment(const char *szPath, const char *szKey) {
-    if (szPath == nullptr || szKey == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || szKey == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     const std::string_view key(szKey);
     auto edit = [&](kova::LineReader &reader, FILE *out) {
         const bool hit = kova::file::has_key(reader.line(), key);

@@ -2,22 +2,16 @@
 
 #include <cstring>
 
+#include "core/fail.h"
 #include "core/owners.h"
-#include "core/raise.h"
 #include "kovasdk/file.h"
 
 // Pushes the names of the directory's entries ("." and ".." left out), sorted byte-wise, onto
 // the list (made when *ppList is null): the number of names pushed.
 int KLIBFileEnumDir(const char *szDir, PKLIBSZLIST *ppList) {
-    if (szDir == nullptr || ppList == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szDir == nullptr || ppList == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     kova::UniqueDir dir(opendir(szDir));
-    if (!dir) {
-        kova::raise(ERR_OPEN_FAILED);
-        return -1;
-    }
+    if (!dir) return kova::fail(ERR_OPEN_FAILED);
     PKLIBSZLIST names = PslKLIBSzListAlloc(0);
     if (names == nullptr) return -1;
     int count = 0;

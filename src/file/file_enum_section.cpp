@@ -1,24 +1,22 @@
 #include <cstring>
 
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 #include "kovasdk/kstring.h"
 
 namespace {
+constexpr int kLineBadArguments = 42;
+constexpr int kLineOpen = 46;
+
 constexpr size_t kHeaderBufferSize = 1024;
 }  // namespace
 
 int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList) {
-    if (szPath == nullptr || ppList == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 42);
-        return -1;
-    }
+    if (szPath == nullptr || ppList == nullptr)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED, 46);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     if (*ppList == nullptr && (*ppList = PslKLIBSzListAlloc(0)) == nullptr) return -1;
     kova::LineReader reader(in.get());
     while (reader.next()) {
@@ -33,9 +31,6 @@ int KLIBFileEnumSection(const char *szPath, PKLIBSZLIST *ppList) {
         *close = '\0';
         if (KLIBSzListPush(ppList, open + 1) < 0) return -1;
     }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code());
-        return -1;
-    }
+    if (reader.failed()) return kova::fail(reader.failure_code());
     return (*ppList)->nItem;
 }

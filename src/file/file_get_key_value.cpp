@@ -1,19 +1,21 @@
 #include <cstring>
 
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 
+namespace {
+constexpr int kLineBadArguments = 52;
+constexpr int kLineOpen = 56;
+constexpr int kLineBufferTooSmall = 88;
+constexpr int kLineNotFound = 108;
+}  // namespace
+
 int KLIBFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int cbBuf, int flags) {
-    if (szPath == nullptr || szKey == nullptr || flags < 0 || (szBuf == nullptr && cbBuf != 0)) {
-        kova::raise(ERR_BAD_PARAMETERS, 52);
-        return -1;
-    }
+    if (szPath == nullptr || szKey == nullptr || flags < 0 || (szBuf == nullptr && cbBuf != 0))
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED, 56);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     const std::string_view key(szKey);
     kova::LineReader reader(in.get());
     char *out = szBuf;
@@ -34,20 +36,12 @@ int KLIBFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int 
         }
         if ((flags & KLIB_FILE_MATCH_LAST) == 0) break;
     }
-    if (reader.out_of_memory()) {
-        kova::raise(ERR_OUT_OF_MEMORY);
-        return -1;
-    }
-    if (reader.failed()) {
-        kova::raise(ERR_READ_FAILED);
-        return -1;
-    }
-    if (out != nullptr && (cbBuf < 0 || length > static_cast<size_t>(cbBuf))) {
-        kova::raise(ERR_NOT_ENOUGH_MEMORY, 88);
-        return -1;
-    }
+    if (reader.out_of_memory()) return kova::fail(ERR_OUT_OF_MEMORY);
+    if (reader.failed()) return kova::fail(ERR_READ_FAILED);
+    if (out != nullptr && (cbBuf < 0 || length > static_cast<size_t>(cbBuf)))
+        return kova::fail(ERR_NOT_ENOUGH_MEMORY, kLineBufferTooSmall);
     if (length == 0) {
-        kova::raise(ERR_KEY_NOT_FOUND, 108);
+        kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
         return 0;
     }
     return static_cast<int>(length);

@@ -1,19 +1,20 @@
 #include <cstring>
 
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 
+namespace {
+constexpr int kLineBadArguments = 51;
+constexpr int kLineBufferTooSmall = 77;
+constexpr int kLineNotFound = 94;
+}  // namespace
+
 int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int cbBuf, int flags) {
-    if (szPath == nullptr || szPattern == nullptr || szBuf == nullptr || cbBuf <= 0 || flags < 0) {
-        kova::raise(ERR_BAD_PARAMETERS, 51);
-        return -1;
-    }
+    if (szPath == nullptr || szPattern == nullptr || szBuf == nullptr || cbBuf <= 0 || flags < 0)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED);
     const size_t size = static_cast<size_t>(cbBuf);
     kova::LineReader reader(in.get());
     size_t length = 0;
@@ -26,16 +27,10 @@ int KLIBFileGetLine(const char *szPath, const char *szPattern, char *szBuf, int 
         if (length <= size) memcpy(szBuf, line.data(), line.size());
         if ((flags & KLIB_FILE_MATCH_LAST) == 0) break;
     }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code());
-        return -1;
-    }
-    if (length > size) {
-        kova::raise(ERR_NOT_ENOUGH_MEMORY, 77);
-        return -1;
-    }
+    if (reader.failed()) return kova::fail(reader.failure_code());
+    if (length > size) return kova::fail(ERR_NOT_ENOUGH_MEMORY, kLineBufferTooSmall);
     if (length == 0) {
-        kova::raise(ERR_KEY_NOT_FOUND, 94);
+        kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
         return 0;
     }
     return static_cast<int>(length);

@@ -1,5 +1,5 @@
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 #include "kovasdk/hash.h"
 
@@ -8,20 +8,11 @@ constexpr int kWorkListSize = 512;
 }  // namespace
 
 int KLIBFileGetPair(const char *szPath, PKLIBSZHASH *ppHash) {
-    if (szPath == nullptr || ppHash == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || ppHash == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     kova::UniqueMalloc<KLIBSZLIST> work(PslKLIBSzListAlloc(kWorkListSize));
-    if (!work) {
-        kova::raise(ERR_OUT_OF_MEMORY);
-        return -1;
-    }
+    if (!work) return kova::fail(ERR_OUT_OF_MEMORY);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED);
     if (*ppHash == nullptr && (*ppHash = PshKLIBSzHashAlloc(0)) == nullptr) return -1;
     kova::LineReader reader(in.get());
     while (reader.next()) {
@@ -31,9 +22,6 @@ int KLIBFileGetPair(const char *szPath, PKLIBSZHASH *ppHash) {
         work.reset(list);
         if (!ok) return -1;
     }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code());
-        return -1;
-    }
+    if (reader.failed()) return kova::fail(reader.failure_code());
     return KLIBSzHashPairNum(*ppHash);
 }

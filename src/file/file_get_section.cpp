@@ -1,10 +1,14 @@
+#include "core/fail.h"
 #include "core/line_reader.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 #include "kovasdk/hash.h"
 #include "kovasdk/kstring.h"
 
 namespace {
+constexpr int kLineBadArguments = 54;
+constexpr int kLineOutOfMemory = 58;
+constexpr int kLineOpen = 62;
+
 constexpr int kWorkListSize = 512;
 }  // namespace
 
@@ -19,20 +23,12 @@ bool set_pair_line(const char *line, PKLIBSZLIST *work, PKLIBSZHASH *hash) {
 }  // namespace kova::file
 
 int KLIBFileGetSection(const char *szPath, const char *szSection, PKLIBSZHASH *ppHash) {
-    if (szPath == nullptr || szSection == nullptr || ppHash == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 54);
-        return -1;
-    }
+    if (szPath == nullptr || szSection == nullptr || ppHash == nullptr)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     kova::UniqueMalloc<KLIBSZLIST> work(PslKLIBSzListAlloc(kWorkListSize));
-    if (!work) {
-        kova::raise(ERR_OUT_OF_MEMORY, 58);
-        return -1;
-    }
+    if (!work) return kova::fail(ERR_OUT_OF_MEMORY, kLineOutOfMemory);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED, 62);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED, kLineOpen);
     if (*ppHash == nullptr && (*ppHash = PshKLIBSzHashAlloc(0)) == nullptr) return -1;
     const std::string_view name(szSection);
     kova::LineReader reader(in.get());
@@ -48,9 +44,6 @@ int KLIBFileGetSection(const char *szPath, const char *szSection, PKLIBSZHASH *p
         work.reset(list);
         if (!ok) return -1;
     }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code());
-        return -1;
-    }
+    if (reader.failed()) return kova::fail(reader.failure_code());
     return KLIBSzHashPairNum(*ppHash);
 }

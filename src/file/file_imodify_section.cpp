@@ -21,13 +21,11 @@ constexpr kova::RewriteLines kLines{
 
 int ErrKLIBIFileModifySection(const char *szPath, const char *szSection, const char *szNewName,
                               const KLIBSZHASH *pHash, int blWrite, const char *szFormat) {
-    if (szPath == nullptr || szSection == nullptr) {
+    if (szPath == nullptr || szSection == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
-    }
     kova::Rewrite rewrite(szPath, kLines);
-    if (rewrite.open() == kova::Rewrite::Opened::kMissing) {
+    if (rewrite.open() == kova::Rewrite::Opened::kMissing)
         return kova::fail(ERR_OPEN_FAILED, kLines.open);
-    }
     if (rewrite.source() == nullptr) return -1;
     const std::string_view name(szSection);
     const char *header = szNewName != nullptr ? szNewName : szSection;

@@ -1,7 +1,11 @@
 #include <cctype>
 
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
+
+namespace {
+constexpr int kLineBadArguments = 33;
+}  // namespace
 
 namespace kova::file {
 
@@ -34,9 +38,7 @@ int KLIBIFileIsSection(const char *szLine, int cbLine) {
 }
 
 int KLIBIFileMatchSection(const char *szLine, int cbLine, const char *szName) {
-    if (szLine == nullptr || szName == nullptr || cbLine < 0) {
-        kova::raise(ERR_BAD_PARAMETERS, 33);
-        return -1;
-    }
+    if (szLine == nullptr || szName == nullptr || cbLine < 0)
+        return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     return kova::file::match_section({szLine, static_cast<size_t>(cbLine)}, szName) ? 1 : 0;
 }

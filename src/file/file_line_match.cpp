@@ -1,8 +1,8 @@
 #include <cstring>
 
 #include "core/alloc.h"
+#include "core/fail.h"
 #include "core/owners.h"
-#include "core/raise.h"
 #include "file/file_internal.h"
 #include "kovasdk/unicode.h"
 
@@ -46,10 +46,8 @@ bool line_match(std::string_view line, const char *pattern, int flags) {
 }  // namespace kova::file
 
 int KLIBILineMatch(const char *szLine, const char *szPattern, int flags) {
-    if (szLine == nullptr || szPattern == nullptr || flags < 0) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szLine == nullptr || szPattern == nullptr || flags < 0)
+        return kova::fail(ERR_BAD_PARAMETERS);
     return kova::file::line_match(szLine, szPattern, flags) ? 1 : 0;
 }
 

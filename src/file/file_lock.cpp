@@ -4,12 +4,14 @@
 
 #include <cstdio>
 
-#include "core/raise.h"
+#include "core/fail.h"
 #include "core/root.h"
 #include "core/sys.h"
 #include "kovasdk/file.h"
 
 namespace {
+constexpr int kLineLockFailed = 87;
+
 constexpr int kRetrySleepMicroseconds = 50000;
 constexpr int kTicksPerRetry = 5;  // the counter runs to timeout x 100
 constexpr int kSharedNonBlocking = KLIB_LOCK_SH | KLIB_LOCK_NB;
@@ -72,6 +74,5 @@ int ErrKLIBFileLock(uint32_t mask, int timeout) {
         if (pass == Pass::kRefused || timeout == 0) break;
         usleep(kRetrySleepMicroseconds);
     }
-    kova::raise(ERR_LOCK_FAILED, 87);
-    return -1;
+    return kova::fail(ERR_LOCK_FAILED, kLineLockFailed);
 }

@@ -60,9 +60,8 @@ int ErrKLIBILockCheckDir(void) {
     const kova::RootedPath dir(kova::paths::kLockDir);
     if (!lock_directory_ready(dir.c_str())) return kova::fail(ERR_CREATE_FAILED, kLineDirectory);
     for (const KLIBFILELOCK *entry = rgslckList; entry->bit != 0; ++entry) {
-        if (!lock_file_ready(kova::RootedPath(entry->szPath).c_str())) {
+        if (!lock_file_ready(kova::RootedPath(entry->szPath).c_str()))
             return kova::fail(ERR_OPEN_FAILED, kLineEntry);
-        }
     }
     return 0;
 }

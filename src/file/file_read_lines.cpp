@@ -1,19 +1,13 @@
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 #include "kovasdk/list.h"
 
 // Pushes every line of the file, line feed removed, comments included, onto the list (made when
 // *ppList is null): the number of lines pushed.
 int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList) {
-    if (szPath == nullptr || ppList == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || ppList == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     kova::UniqueFile in(kova::file::open_for_reading(szPath));
-    if (!in) {
-        kova::raise(ERR_OPEN_FAILED);
-        return -1;
-    }
+    if (!in) return kova::fail(ERR_OPEN_FAILED);
     if (*ppList == nullptr && (*ppList = PslKLIBSzListAlloc(0)) == nullptr) return -1;
     kova::LineReader reader(in.get());
     int count = 0;
@@ -23,9 +17,6 @@ int KLIBFileReadLines(const char *szPath, PKLIBSZLIST *ppList) {
         if (KLIBSzListPush(ppList, line) < 0) return -1;
         ++count;
     }
-    if (reader.failed()) {
-        kova::raise(reader.failure_code());
-        return -1;
-    }
+    if (reader.failed()) return kova::fail(reader.failure_code());
     return count;
 }

@@ -1,15 +1,13 @@
 #include <cstring>
 
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 
 // Replaces every occurrence of old by new in the lines that are not comments: the number of
 // lines changed; 0 with ERR_KEY_NOT_FOUND when old occurs nowhere (the file is left as it was).
 int KLIBFileReplaceSubStr(const char *szPath, const char *szOld, const char *szNew) {
-    if (szPath == nullptr || szOld == nullptr || szOld[0] == '\0' || szNew == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || szOld == nullptr || szOld[0] == '\0' || szNew == nullptr)
+        return kova::fail(ERR_BAD_PARAMETERS);
     const std::string_view old_text(szOld);
     const std::string_view new_text(szNew);
     auto edit = [&](kova::LineReader &reader, FILE *out) {

@@ -27,9 +27,8 @@ constexpr kova::CreateLines kCreateLines{
 
 int KLIBFileSetKeyValue(const char *szPath, const char *szKey, const char *szValue,
                         const char *szFormat) {
-    if (szPath == nullptr || szKey == nullptr || szValue == nullptr) {
+    if (szPath == nullptr || szKey == nullptr || szValue == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
-    }
     const char *format = kova::file::format_or_default(szFormat);
     kova::Rewrite rewrite(szPath, kLines);
     switch (rewrite.open()) {

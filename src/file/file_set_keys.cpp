@@ -74,8 +74,7 @@ int append_keys(PKLIBSZHASH set, const char *format, FILE *out) {
         if (key[0] == '\0') continue;
         if (fprintf(out, format, key, SzKLIBSzHashGetValue(set, key)) < 0) {
             KLIBSzListFree(keys);
-            kova::raise(ERR_WRITE_FAILED);
-            return -1;
+            return kova::fail(ERR_WRITE_FAILED);
         }
         ++appended;
     }

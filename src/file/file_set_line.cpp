@@ -9,9 +9,8 @@ constexpr kova::RewriteLines kLines{.read = 150};
 }  // namespace
 
 int KLIBFileSetLine(const char *szPath, const char *szPattern, const char *szText, int flags) {
-    if (szPath == nullptr || szPattern == nullptr || flags < 0) {
+    if (szPath == nullptr || szPattern == nullptr || flags < 0)
         return kova::fail(ERR_BAD_PARAMETERS);
-    }
     kova::Rewrite rewrite(szPath, kLines);
     switch (rewrite.open()) {
         case kova::Rewrite::Opened::kOk:
@@ -29,9 +28,8 @@ int KLIBFileSetLine(const char *szPath, const char *szPattern, const char *szTex
     bool out_of_memory = false;
     const long target =
         kova::file::match_line_number(rewrite.source(), szPattern, flags, &out_of_memory);
-    if (target < 0) {
+    if (target < 0)
         return kova::fail(out_of_memory ? ERR_OUT_OF_MEMORY : ERR_READ_FAILED, kLineFirstPassRead);
-    }
     if (target == 0) {
         kova::fail(ERR_KEY_NOT_FOUND, kLineNotFound);
         return 0;

@@ -1,13 +1,10 @@
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 
 // Replaces the first line of the key by text ("%s\n"), or deletes it when text is null; later
 // lines of the key stay. 1; 0 with ERR_KEY_NOT_FOUND (the file is left as it was).
 int KLIBFileSetLineByKey(const char *szPath, const char *szKey, const char *szText) {
-    if (szPath == nullptr || szKey == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szPath == nullptr || szKey == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     bool done = false;
     auto edit = [&](kova::LineReader &reader, FILE *out) {
         if (done || !kova::file::has_key(reader.line(), szKey)) {

@@ -1,4 +1,4 @@
-#include "core/raise.h"
+#include "core/fail.h"
 #include "file/file_internal.h"
 
 namespace {
@@ -7,10 +7,7 @@ constexpr int kSectionHashSize = 1024;
 
 int ErrSetSecKeyVal(const char *szPath, const char *szSection, const char *szKey,
                     const char *szValue, const char *szFormat) {
-    if (szKey == nullptr || szValue == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS);
-        return -1;
-    }
+    if (szKey == nullptr || szValue == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     PKLIBSZHASH hash = PshKLIBSzHashAlloc(kSectionHashSize);
     if (hash == nullptr) return -1;
     kova::ScopeGuard free_hash([&] { KLIBSzHashFree(hash); });

@@ -1,19 +1,26 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/raise.h"
+#include "core/fail.h"
 #include "kovasdk/file.h"
+
+namespace {
+constexpr int kLineBadArguments = 40;
+constexpr int kLineCreate = 45;
+constexpr int kLineStream = 49;
+}  // namespace
 
 FILE *KLIBFileTempFileOpen(char *szTemplate) {
     if (szTemplate == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 40);
+        kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
         return nullptr;
     }
-    const int fd = mkstemp(szTemplate);
+    const int fd = mkostemp(szTemplate, O_CLOEXEC);
     if (fd < 0) {
-        kova::raise(ERR_OPEN_FAILED, 45);
+        kova::fail(ERR_OPEN_FAILED, kLineCreate);
         return nullptr;
     }
     FILE *stream = fdopen(fd, "w");
@@ -22,7 +29,7 @@ FILE *KLIBFileTempFileOpen(char *szTemplate) {
         close(fd);
         unlink(szTemplate);
         errno = saved;
-        kova::raise(ERR_OPEN_FAILED, 49);
+        kova::fail(ERR_OPEN_FAILED, kLineStream);
     }
     return stream;
 }

@@ -2,9 +2,13 @@
 
 #include <cstdio>
 
-#include "core/raise.h"
+#include "core/fail.h"
 #include "core/sys.h"
 #include "kovasdk/file.h"
+
+namespace {
+constexpr int kLineUnlockFailed = 38;
+}  // namespace
 
 int ErrKLIBFileUnlock(uint32_t mask) {
     int rc = 0;
@@ -15,7 +19,7 @@ int ErrKLIBFileUnlock(uint32_t mask) {
             continue;
         }
         if (kova::sys::flock(fileno(entry->pFile), LOCK_UN) != 0) {
-            kova::raise(ERR_UNLOCK_FAILED, 38);
+            kova::fail(ERR_UNLOCK_FAILED, kLineUnlockFailed);
             rc = -1;
         }
         if (fclose(entry->pFile) != 0) rc = -1;
