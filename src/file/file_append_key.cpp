@@ -9,16 +9,13 @@ int KLIBFileAppendKey(const char *szPath, const char *szKey, const char *szValue
     if (szPath == nullptr || szKey == nullptr || szValue == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS);
     const char *format = kova::file::format_or_default(szFormat);
+    const auto write_pair = [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; };
     kova::Rewrite rewrite(szPath, {});
     switch (rewrite.open()) {
         case kova::Rewrite::Opened::kOk:
             break;
         case kova::Rewrite::Opened::kMissing:
-            return rewrite.create(
-                       {}, kova::umask_mode(),
-                       [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; })
-                       ? 1
-                       : -1;
+            return rewrite.create({}, kova::umask_mode(), write_pair) ? 1 : -1;
         case kova::Rewrite::Opened::kFailed:
             return -1;
     }
@@ -28,6 +25,6 @@ int KLIBFileAppendKey(const char *szPath, const char *szKey, const char *szValue
         return rewrite.put(reader.line());
     });
     if (!copied || (needs_newline && !rewrite.put("\n"))) return -1;
-    if (!rewrite.print(__LINE__, format, szKey, szValue)) return -1;
+    if (!write_pair(rewrite.out())) return kova::fail(ERR_WRITE_FAILED);
     return rewrite.commit() ? 1 : -1;
 }

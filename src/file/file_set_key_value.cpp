@@ -30,16 +30,13 @@ int KLIBFileSetKeyValue(const char *szPath, const char *szKey, const char *szVal
     if (szPath == nullptr || szKey == nullptr || szValue == nullptr)
         return kova::fail(ERR_BAD_PARAMETERS, kLineBadArguments);
     const char *format = kova::file::format_or_default(szFormat);
+    const auto write_pair = [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; };
     kova::Rewrite rewrite(szPath, kLines);
     switch (rewrite.open()) {
         case kova::Rewrite::Opened::kOk:
             break;
         case kova::Rewrite::Opened::kMissing:
-            return rewrite.create(
-                       kCreateLines, kova::umask_mode(),
-                       [&](FILE *out) { return fprintf(out, format, szKey, szValue) >= 0; })
-                       ? 1
-                       : -1;
+            return rewrite.create(kCreateLines, kova::umask_mode(), write_pair) ? 1 : -1;
         case kova::Rewrite::Opened::kFailed:
             return -1;
     }

@@ -11,17 +11,16 @@ constexpr kova::RewriteLines kLines{.read = 150};
 int KLIBFileSetLine(const char *szPath, const char *szPattern, const char *szText, int flags) {
     if (szPath == nullptr || szPattern == nullptr || flags < 0)
         return kova::fail(ERR_BAD_PARAMETERS);
+    // A missing file is created holding the line (or nothing when it is to be deleted).
+    const auto write_line = [&](FILE *out) {
+        return szText == nullptr || kova::file::put_line(out, szText);
+    };
     kova::Rewrite rewrite(szPath, kLines);
     switch (rewrite.open()) {
         case kova::Rewrite::Opened::kOk:
             break;
         case kova::Rewrite::Opened::kMissing:
-            return rewrite.create({}, kova::umask_mode(),
-                                  [&](FILE *out) {
-                                      return szText == nullptr || kova::file::put_line(out, szText);
-                                  })
-                       ? 1
-                       : -1;
+            return rewrite.create({}, kova::umask_mode(), write_line) ? 1 : -1;
         case kova::Rewrite::Opened::kFailed:
             return -1;
     }
