@@ -118,3 +118,21 @@ void sort_items(KLIBSZLIST *list, int sort_mode) {
 }
 
 }  // namespace kova::list
+
+namespace kova::list {
+
+const char *survive_growth(const KLIBSZLIST *list, const char *text, size_t len, size_t needed,
+                           UniqueMalloc<char> *copy, int line) {
+    const char *begin = reinterpret_cast<const char *>(list);
+    const bool inside = text >= begin && text < begin + list->cbSize;
+    if (!inside || static_cast<size_t>(list->cbFree) >= needed) return text;
+    copy->reset(static_cast<char *>(xmalloc(len)));
+    if (!*copy) {
+        kova::raise(ERR_OUT_OF_MEMORY, line);
+        return nullptr;
+    }
+    memcpy(copy->get(), text, len);
+    return copy->get();
+}
+
+}  // namespace kova::list

@@ -3,9 +3,14 @@
 
 using namespace kova::list;
 
+namespace {
+constexpr int kLineBadArguments = 45;
+constexpr int kLineOutOfMemory = 72;
+}  // namespace
+
 int KLIBSzListInsert(PKLIBSZLIST *ppList, int idx, const char *szStr) {
     if (ppList == nullptr || *ppList == nullptr || szStr == nullptr || idx < 0) {
-        kova::raise(ERR_BAD_PARAMETERS, 45);
+        kova::raise(ERR_BAD_PARAMETERS, kLineBadArguments);
         return -1;
     }
     if ((*ppList)->nSortMode != KLIB_SZLIST_UNSORTED) {
@@ -15,7 +20,10 @@ int KLIBSzListInsert(PKLIBSZLIST *ppList, int idx, const char *szStr) {
     const int count = (*ppList)->nItem;
     const size_t len = strlen(szStr) + 1;
     const size_t slots = idx > count ? static_cast<size_t>(idx - count) + 1 : 1;
-    if (!reserve(ppList, len + kSlotSize * slots, 72)) return -1;
+    const size_t needed = len + kSlotSize * slots;
+    kova::UniqueMalloc<char> copy;  // szStr may be an item of this very list
+    szStr = survive_growth(*ppList, szStr, len, needed, &copy, kLineOutOfMemory);
+    if (szStr == nullptr || !reserve(ppList, needed, kLineOutOfMemory)) return -1;
 
     KLIBSZLIST *list = *ppList;
     char *text = store_text(list, szStr, len);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "core/owners.h"
 #include "kovasdk/list.h"
 
 namespace kova::list {
@@ -40,6 +41,12 @@ PKLIBSZLIST new_list(int size, int line);
 // string area) as often as needed. On failure raises ERR_OUT_OF_MEMORY at line and leaves the
 // caller's list as it was.
 bool reserve(PKLIBSZLIST *list, size_t needed, int line);
+
+// A text for a list that may have to grow: when it lies inside the block and the block is about
+// to be rebuilt (fewer than needed bytes free), it is copied out first into *copy, since the
+// rebuild frees the old block. Null with ERR_OUT_OF_MEMORY raised at line when the copy fails.
+const char *survive_growth(const KLIBSZLIST *list, const char *text, size_t len, size_t needed,
+                           UniqueMalloc<char> *copy, int line);
 
 // Copies len bytes (the text and its NUL) just below the string area; the caller has reserved
 // the room and accounts for the item slot.

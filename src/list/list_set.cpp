@@ -15,17 +15,21 @@ int KLIBSzListSet(PKLIBSZLIST *ppList, int idx, const char *szStr) {
     const size_t len = strlen(szStr);
     char *old = (*ppList)->pszItem[idx];
     if (len <= strlen(old)) {
-        memcpy(old, szStr, len + 1);
+        memmove(old, szStr, len + 1);  // szStr may be a part of the item itself
     } else {
         // A longer text goes below the string area. Where the caller left no room the block
-        // grows rather than overrunning the item array.
-        if (!reserve(ppList, len + 1, __LINE__)) return -1;
+        // grows rather than overrunning the item array; a text taken from the list itself is
+        // copied out before that.
+        kova::UniqueMalloc<char> copy;
+        szStr = survive_growth(*ppList, szStr, len + 1, len + 1, &copy, __LINE__);
+        if (szStr == nullptr || !reserve(ppList, len + 1, __LINE__)) return -1;
         KLIBSZLIST *list = *ppList;
         list->pszItem[idx] = store_text(list, szStr, len + 1);
     }
     KLIBSZLIST *list = *ppList;
     if (list->nSortMode == KLIB_SZLIST_UNSORTED) return idx;
+    const char *stored = list->pszItem[idx];  // szStr itself may have been overwritten
     sort_items(list, list->nSortMode);
-    const int found = KLIBISzListFind(list, szStr, list->nSortMode);
+    const int found = KLIBISzListFind(list, stored, list->nSortMode);
     return found >= 0 ? found : -1;
 }

@@ -170,6 +170,36 @@ TEST(ListSet, ReplacesInPlaceOrBelowTheStringAreaAndResorts) {
     KLIBSzListFree(list);
 }
 
+// A text taken from the list itself survives the growth it causes (the old block is freed),
+// and an item set to a part of itself is moved, not copied over itself.
+TEST(ListSelf, ItemsOfTheListItselfAsTheNewText) {
+    const std::string first(300, 'a');
+    PKLIBSZLIST list = MakeList({first.c_str()});
+    Items expected{first};
+    while (list->cbFree >= static_cast<int>(first.size()) + 1 + kListSlot) {
+        ASSERT_GE(KLIBSzListPush(&list, list->pszItem[0]), 0);
+        expected.push_back(first);
+    }
+    ASSERT_GE(KLIBSzListPush(&list, list->pszItem[0]), 0);  // this one grows the block
+    expected.push_back(first);
+    ASSERT_EQ(KLIBSzListInsert(&list, 0, list->pszItem[1]), 0);
+    expected.insert(expected.begin(), first);
+    EXPECT_EQ(ListItems(list), expected);
+
+    PKLIBSZLIST small = MakeList({"abcdef", "x"});
+    ASSERT_EQ(KLIBSzListSet(&small, 0, small->pszItem[0] + 2), 0);  // overlapping: "cdef"
+    while (small->cbFree > 8)
+        ASSERT_GE(KLIBSzListPush(&small, "fill"), 0);
+    ASSERT_EQ(KLIBSzListSet(&small, 1, small->pszItem[2]), 1);  // longer, grows: "fill"
+    EXPECT_EQ(ListItems(small).front(), "cdef");
+    EXPECT_EQ(ListItems(small)[1], "fill");
+    KLIBSzListSortItems(small, KLIB_SZLIST_SORT_BYTES);
+    EXPECT_EQ(KLIBSzListSet(&small, 0, small->pszItem[0] + 1), 0);  // "def", still first
+    EXPECT_TRUE(ListInvariantsHold(list) && ListInvariantsHold(small));
+    KLIBSzListFree(list);
+    KLIBSzListFree(small);
+}
+
 // Each refusal raises ERR_BAD_PARAMETERS (or ERR_OUT_OF_MEMORY) at its defined line.
 TEST(ListErrors, RefusalsRaiseTheirDefinedLines) {
     PKLIBSZLIST list = MakeList({"a"});
