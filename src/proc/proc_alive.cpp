@@ -5,6 +5,6 @@
 #include "kovasdk/proc.h"
 
 // A process owned by someone else still counts as alive here.
-extern "C" KOVA_API int BlKLIBProcAlive(int pid) {
+int BlKLIBProcAlive(int pid) {
     return kill(pid, 0) == 0 || errno == EPERM ? 1 : 0;
 }

@@ -4,7 +4,7 @@
 
 // Unlike BlKLIBProcAlive, a process that may not be signalled (EPERM) counts as dead here
 // (kept as it is).
-extern "C" KOVA_API int KLIBProcAliveByPidFile(const char *szPath) {
+int KLIBProcAliveByPidFile(const char *szPath) {
     const int pid = KLIBReadPidFile(szPath);
     return pid >= 1 && kill(pid, 0) == 0 ? 1 : 0;
 }

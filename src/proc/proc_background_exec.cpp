@@ -5,9 +5,8 @@
 
 // Unlike KLIBExec, the child keeps the caller's session, directory and environment (kept as
 // it is).
-extern "C" KOVA_API int KLIBBackgroundExec(const char *szPath, const char *szArg1,
-                                           const char *szArg2, const char *szArg3,
-                                           const char *szArg4) {
+int KLIBBackgroundExec(const char *szPath, const char *szArg1, const char *szArg2,
+                       const char *szArg3, const char *szArg4) {
     if (szPath == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

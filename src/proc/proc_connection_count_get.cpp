@@ -32,7 +32,7 @@ void count_server(const char *status_path, void *context) {
 }  // namespace
 
 // Connections are the server processes beyond the masters: two SMB, one AFP and one FTP.
-extern "C" KOVA_API int KLIBConnectionCountGet(int *pnCount) {
+int KLIBConnectionCountGet(int *pnCount) {
     if (pnCount == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

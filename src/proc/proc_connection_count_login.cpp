@@ -34,7 +34,7 @@ void forget_max_services() {
 
 // With fLogin a new connection is being made, so the count must stay below the maximum;
 // without it the existing ones are checked against it.
-extern "C" KOVA_API int KLIBConnectionCountLogin(int timeout, int fLogin) {
+int KLIBConnectionCountLogin(int timeout, int fLogin) {
     if (ErrKLIBFileLock(KLIB_LOCK_CONNECT | KLIB_LOCK_EX | KLIB_LOCK_NB, timeout) != 0) {
         kova::raise(ERR_LOCK_FAILED, 30);
         return -1;

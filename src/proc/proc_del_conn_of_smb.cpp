@@ -7,7 +7,7 @@
 
 // Ends the user's SMB sessions (every session for a null user), e.g. before the account or its
 // share goes away; the client reconnects under the new settings.
-extern "C" KOVA_API int KOVADelConnOfSmb(const char *szUser) {
+int KOVADelConnOfSmb(const char *szUser) {
     long uid = -1;
     if (szUser != nullptr && (uid = kova::proc::smb_user_uid(szUser)) < 0) return -1;
     int pids[kova::proc::kKillMax];

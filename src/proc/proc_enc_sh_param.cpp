@@ -2,7 +2,7 @@
 #include "core/run.h"
 #include "kovasdk/proc.h"
 
-extern "C" KOVA_API int KLIBEncShParam(const char *szIn, char *szOut, int cbOut) {
+int KLIBEncShParam(const char *szIn, char *szOut, int cbOut) {
     if (szIn == nullptr || szOut == nullptr || cbOut <= 0) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

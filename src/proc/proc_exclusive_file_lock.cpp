@@ -22,7 +22,7 @@ int open_locked(const char *path) {
 
 }  // namespace
 
-extern "C" KOVA_API int GetExclusiveFileLock(const char *szPath, int *pmsBudget) {
+int GetExclusiveFileLock(const char *szPath, int *pmsBudget) {
     if (szPath == nullptr || pmsBudget == nullptr || *pmsBudget < 0) {
         kova::raise(ERR_BAD_PARAMETERS, 22);
         return -1;

@@ -19,8 +19,8 @@ int exit_code(pid_t pid) {
 
 }  // namespace
 
-extern "C" KOVA_API int KLIBExec(const char *szPath, const char *szArg1, const char *szArg2,
-                                 const char *szArg3, const char *szArg4) {
+int KLIBExec(const char *szPath, const char *szArg1, const char *szArg2, const char *szArg3,
+             const char *szArg4) {
     if (szPath == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

@@ -6,7 +6,7 @@
 
 // The child keeps the caller's session, directory, environment and lock files; beyond a null
 // argument no error code is set on any path (kept as it is).
-extern "C" KOVA_API int KLIBExecv(const char *szPath, char *const rgszArgv[], int fWait) {
+int KLIBExecv(const char *szPath, char *const rgszArgv[], int fWait) {
     if (szPath == nullptr || rgszArgv == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

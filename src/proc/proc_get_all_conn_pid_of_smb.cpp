@@ -2,7 +2,7 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_smb.h"
 
-extern "C" KOVA_API int KOVAGetAllConnPidOfSmb(int *rgPid, int cMax) {
+int KOVAGetAllConnPidOfSmb(int *rgPid, int cMax) {
     if (cMax < 0 || (rgPid == nullptr && cMax > 0)) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

@@ -2,7 +2,7 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_smb.h"
 
-extern "C" KOVA_API int KOVAGetConnPidOfSmb(const char *szUser, int *rgPid, int cMax) {
+int KOVAGetConnPidOfSmb(const char *szUser, int *rgPid, int cMax) {
     if (szUser == nullptr || cMax < 0 || (rgPid == nullptr && cMax > 0)) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;

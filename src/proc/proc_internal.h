@@ -5,7 +5,8 @@
 // either checked by a rule that lets no shell metacharacter through or escaped:
 // - validated: user, group and share names (their families' name rules), device and array
 //   names the library builds from numbers (sda3, md2), numbers, fixed option words, and the
-//   KLIBPs pattern (inside single quotes; a quote in it is refused);
+//   KLIBPs pattern (inside single quotes; a quote or a control character in it is refused:
+//   grep reads a pattern with a line feed as two patterns);
 // - escaped with KLIBEncShParam (or kova::shell_word): paths (mount points, volume and backup
 //   paths, the sandbox root), passwords, descriptions, host names, grep patterns outside quotes,
 //   and anything else a caller or a file supplied.
@@ -29,6 +30,10 @@ struct ExecArgs {
     }
     char *argv[6] = {};
 };
+
+// A pattern for KLIBPs and KLIBIKill: no single quote (it stands between quotes), no control
+// character (a line feed would make grep match by a second pattern), shorter than a line.
+bool is_safe_pattern(const char *pattern);
 
 inline constexpr const char kPsTempFile[] = "/tmp/tempKLIBPs%u";
 inline constexpr const char kRegistryLockFile[] = "/tmp/procreg.lock";

@@ -7,8 +7,8 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
-extern "C" KOVA_API int KLIBIKill(const char *szPattern, int fForce) {
-    if (szPattern == nullptr) {
+int KLIBIKill(const char *szPattern, int fForce) {
+    if (szPattern == nullptr || !kova::proc::is_safe_pattern(szPattern)) {
         kova::raise(ERR_BAD_PARAMETERS, 45);
         return -1;
     }

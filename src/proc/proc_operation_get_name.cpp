@@ -1,7 +1,7 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
-extern "C" KOVA_API const char *KOVAOperationGetName(int op) {
+const char *KOVAOperationGetName(int op) {
     if (op < 0 || op >= kova::proc::kOperationIdLimit) return "";
     return kova::proc::grgIDMap[op].name;
 }

@@ -48,8 +48,7 @@ void report(const int *ids, int count, int *rgConflict, int *pcConflict) {
 
 }  // namespace
 
-extern "C" KOVA_API int KOVAOperationRegister(int op, int flags, int *rgConflict, int *pcConflict,
-                                              int msBudget) {
+int KOVAOperationRegister(int op, int flags, int *rgConflict, int *pcConflict, int msBudget) {
     if (op < 0 || op >= kova::proc::kOperationIdLimit || rgConflict == nullptr ||
         pcConflict == nullptr || msBudget < 0 || *pcConflict < 0) {
         kova::raise(ERR_BAD_PARAMETERS, 36);

@@ -13,7 +13,7 @@ void log_failure(int line) {
 
 // Hands the caller's entry of op to another process (a daemon the caller started to finish the
 // work), which then owns and unregisters it.
-extern "C" KOVA_API int KOVAOperationTransfer(int op, int pid) {
+int KOVAOperationTransfer(int op, int pid) {
     if (pid < 1) {  // 0 and -1 would name process groups, not a process
         kova::raise(ERR_BAD_PARAMETERS, 30);
         log_failure(31);

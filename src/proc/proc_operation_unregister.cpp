@@ -4,7 +4,7 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
-extern "C" KOVA_API int KOVAOperationUnregister(int op) {
+int KOVAOperationUnregister(int op) {
     int budget = 2000;
     kova::proc::RegistryLock lock(&budget);
     if (lock.result() < 0) return -1;

@@ -6,7 +6,7 @@
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
-extern "C" KOVA_API int BlProcessIsAlive(const char *szName) {
+int BlProcessIsAlive(const char *szName) {
     if (szName == nullptr) {
         kova::raise(ERR_BAD_PARAMETERS);
         return 0;

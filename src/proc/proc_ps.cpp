@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include "core/raise.h"
 #include "core/root.h"
 #include "core/run.h"
+#include "core/sys.h"
 #include "kovasdk/proc.h"
 #include "proc/proc_internal.h"
 
@@ -29,24 +31,39 @@ void skip_rest_of_line(FILE *in, const char *chunk) {
     }
 }
 
+// The listing file in the world-writable /tmp: made anew and exclusively (a stale one of our
+// own is removed first), never through a link planted at its name.
+bool create_listing(const char *path) {
+    unlink(path);
+    const int fd =
+        kova::sys::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return fd >= 0 && kova::sys::close(fd) == 0;
+}
+
 }  // namespace
 
-extern "C" KOVA_API int KLIBPs(const char *szPattern, int *rgPid, int cMax) {
-    // The pattern stands between single quotes in the command: a quote could end them.
-    if (szPattern == nullptr || strchr(szPattern, '\'') != nullptr || cMax < 0 ||
-        (rgPid == nullptr && cMax > 0) || strlen(szPattern) >= kova::proc::kLineSize) {
+namespace kova::proc {
+bool is_safe_pattern(const char *pattern) {
+    for (const char *p = pattern; *p != '\0'; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c == '\'' || c < 0x20 || c == 0x7f) return false;
+    }
+    return strlen(pattern) < kLineSize;
+}
+}  // namespace kova::proc
+
+int KLIBPs(const char *szPattern, int *rgPid, int cMax) {
+    if (szPattern == nullptr || !kova::proc::is_safe_pattern(szPattern) || cMax < 0 ||
+        (rgPid == nullptr && cMax > 0)) {
         kova::raise(ERR_BAD_PARAMETERS);
         return -1;
     }
     char name[64];
     snprintf(name, sizeof name, kova::proc::kPsTempFile, static_cast<unsigned>(getpid()));
     const kova::RootedPath temp(name);
-    {
-        kova::UniqueFile created(fopen(temp.c_str(), "w"));
-        if (!created) {
-            kova::raise(ERR_READ_FAILED, 39);
-            return -1;
-        }
+    if (!create_listing(temp.c_str())) {
+        kova::raise(ERR_READ_FAILED, 39);
+        return -1;
     }
     kova::ScopeGuard remove_temp([&] { unlink(temp.c_str()); });
 
@@ -62,8 +79,13 @@ extern "C" KOVA_API int KLIBPs(const char *szPattern, int *rgPid, int cMax) {
              grep.shell_word(), szPattern, temp_word);
     kova::run_shell(command);
 
-    kova::UniqueFile listing(fopen(temp.c_str(), "r"));
+    int fd = -1;
+    struct stat st {};
+    const bool opened = kova::sys::open_regular(temp.c_str(), O_RDONLY | O_NOFOLLOW, &fd, &st) ==
+                        kova::sys::Opened::kOk;
+    kova::UniqueFile listing(opened ? fdopen(fd, "r") : nullptr);
     if (!listing) {
+        if (opened) close(fd);
         kova::raise(ERR_READ_FAILED, 50);
         return -1;
     }

@@ -56,6 +56,13 @@ TEST_F(ExecTest, ChildrenDoNotKeepTheCallersLockFiles) {
     const pid_t other = fork();
     if (other == 0) _exit(ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, 0));
     EXPECT_EQ(reap(other), 0);
+    // KLIBExecv is the one form whose program keeps them.
+    ASSERT_EQ(ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB, 0), 0);
+    char sh_[] = "sh", c[] = "-c",
+         held[] = "for f in /proc/$$/fd/*; do readlink $f; done | grep -q /tmp/lock/";
+    char *argv[] = {sh_, c, held, nullptr};
+    EXPECT_EQ(KLIBExecv("/bin/sh", argv, 1), 0);
+    ASSERT_EQ(ErrKLIBFileUnlock(KLIB_LOCK_KOVAINFO), 0);
 }
 
 TEST_F(ExecTest, BackgroundChildIsNotWaitedForAndAbortsOnFailedExec) {

@@ -1,5 +1,8 @@
 // Process checks against real processes: by command line, by name, by pid and by pid file.
 #include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <climits>
 
 #include "proc/proc_test_support.h"
 
@@ -31,13 +34,59 @@ TEST_F(PsTest, FindsEveryMatchButStoresOnlyTheCapacity) {
 
 TEST_F(PsTest, BadPatternsAndUnwritableTempDirectory) {
     int pid = 0;
-    EXPECT_EQ(KLIBPs("it's", &pid, 1), -1);
-    EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
+    // A quote would end the quoted pattern; grep reads a line feed as a second pattern ("."
+    // would match, and kill, every process).
+    for (const char *bad : {"it's", "name\n.", "a\tb", "\x7f"}) {
+        EXPECT_EQ(KLIBPs(bad, &pid, 1), -1);
+        EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
+        EXPECT_EQ(KLIBIKill(bad, 1), -1);
+        EXPECT_TRUE(raised(ERR_BAD_PARAMETERS, 45));
+    }
     EXPECT_EQ(KLIBPs(nullptr, &pid, 1), -1);
     EXPECT_EQ(KLIBPs("x", nullptr, 1), -1);
     std::filesystem::remove_all(path("/tmp"));
     EXPECT_EQ(KLIBPs("anything", nullptr, 0), -1);
     EXPECT_TRUE(raised(ERR_READ_FAILED, 39));
+}
+
+// Files that others can plant: the listing file in /tmp and pid files are never written
+// through a link; pid files that hold no pid or are no regular file read as such.
+TEST_F(PsTest, PlantedLinksAndOddPidFiles) {
+    const std::string outside = path("/etc/outside");
+    write_file(outside, "precious\n");
+    const std::string listing = path("/tmp/tempKLIBPs" + std::to_string(getpid()));
+    ASSERT_EQ(symlink(outside.c_str(), listing.c_str()), 0);
+    int pid = 0;
+    EXPECT_EQ(KLIBPs(unique_name("none").c_str(), &pid, 1), 0);
+    const std::string pid_file = path("/tmp/daemon.pid");
+    ASSERT_EQ(symlink(outside.c_str(), pid_file.c_str()), 0);
+    EXPECT_EQ(KOVAProcPidFileCreate(pid_file.c_str()), -1);
+    EXPECT_EQ(read_file(outside), "precious\n");
+    ASSERT_EQ(unlink(pid_file.c_str()), 0);
+
+    const std::pair<const char *, int> contents[] = {
+        {"4294967297\n", 0},       {"-5\n", 0},         {"0\n", 0},  {"abc\n", 0},
+        {"2147483647\n", INT_MAX}, {"2147483648\n", 0}, {"77\n", 77}};
+    for (const auto &[content, expected] : contents) {
+        write_file(pid_file, content);
+        EXPECT_EQ(KLIBReadPidFile(pid_file.c_str()), expected) << content;
+    }
+    ASSERT_EQ(unlink(pid_file.c_str()), 0);
+    ASSERT_EQ(mkdir(pid_file.c_str(), 0755), 0);
+    EXPECT_EQ(KLIBReadPidFile(pid_file.c_str()), -1);
+    ASSERT_EQ(rmdir(pid_file.c_str()), 0);
+    ASSERT_EQ(mkfifo(pid_file.c_str(), 0644), 0);  // neither blocks: a child that does is killed
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(2);
+        _exit(KLIBReadPidFile(pid_file.c_str()) == -1 &&
+                      KOVAProcPidFileCreate(pid_file.c_str()) == -1
+                  ? 0
+                  : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 // The appliance's ps, inside the sandbox, answers instead of the machine's.
