@@ -83,6 +83,11 @@ int reserved_int_get(PKOVABDB db, const char *key, int32_t key_len, int32_t **ou
 // Reads the value into *value without handing out a buffer; 0 or -1 as reserved_int_get.
 int reserved_int_read(PKOVABDB db, const char *key, int32_t key_len, int32_t *value);
 
+// Checks a path before dbopen: 0 when the library may have it, else the errno to fail with
+// (EINVAL for what is no btree store or no regular file, EISDIR, EEXIST for a creation that
+// another file blocks).
+int check_store_file(const char *path, int flags);
+
 // The library's del: 0 deleted, 1 absent (nothing raised), -1 failed (logged and raised).
 int delete_key(PKOVABDB db, const void *key, int32_t key_len);
 

@@ -6,6 +6,7 @@
 
 #include "bdb/bdb_internal.h"
 #include "core/alloc.h"
+#include "core/sys.h"
 
 namespace {
 
@@ -39,10 +40,14 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
 
     BTREEINFO dup_info{};
     dup_info.flags = R_DUP;
-    handle->pDb =
-        dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
+    const int refused = kova::bdb::check_store_file(szPath, flags);
+    if (refused == 0) {
+        handle->pDb =
+            dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
+    }
     if (handle->pDb == nullptr) {
-        const int err = errno;
+        const int err = refused != 0 ? refused : errno;
+        errno = err;                // for %m
         const int line = __LINE__;  // logged and raised alike
         const uint32_t code = open_code_for_errno(err);
         if (code == ERR_OPEN_FAILED) {
@@ -56,7 +61,8 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
     handle->nCursorType = KOVA_BDB_CURSOR_NEXT;
 
     // Every process of the appliance reads the caches, whatever the creator's umask.
-    if (geteuid() == 0 && chmod(szPath, 0666) != 0) {
+    // On the descriptor: the path may have been replaced by a link meanwhile.
+    if (geteuid() == 0 && kova::sys::fchmod(handle->pDb->fd(handle->pDb), 0666) != 0) {
         kova::log(LOG_ERR, "%s:%d errno=%d/%m, chmod failed.", kova::base_name(__FILE__), __LINE__,
                   errno);
     }
