@@ -11,6 +11,7 @@
 #include "core/line_reader.h"
 #include "core/owners.h"
 #include "core/rewrite.h"
+#include "core/trim.h"
 #include "kovasdk/file.h"
 #include "kovasdk/hash.h"
 
@@ -24,9 +25,6 @@ inline const char *format_or_default(const char *format) {
 inline bool is_comment(std::string_view line) {
     return !line.empty() && (line[0] == '#' || line[0] == ';');
 }
-
-// Leading and trailing space, tab, CR and LF removed, then one enclosing pair of double quotes.
-std::string_view trim(std::string_view text);
 
 // The line without its line feed (and a CR before it).
 std::string_view body_of(std::string_view line);

@@ -6,23 +6,6 @@
 
 namespace kova::file {
 
-namespace {
-constexpr bool is_blank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-}  // namespace
-
-std::string_view trim(std::string_view text) {
-    while (!text.empty() && is_blank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && is_blank(text.back()))
-        text.remove_suffix(1);
-    if (text.size() > 1 && text.front() == '"' && text.back() == '"') {
-        text = text.substr(1, text.size() - 2);
-    }
-    return text;
-}
-
 std::string_view body_of(std::string_view line) {
     if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
     if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
@@ -36,14 +19,14 @@ KeyValueLine split(std::string_view line) {
     KeyValueLine parsed;
     if (eq == std::string_view::npos) {
         parsed.raw_key = body;
-        parsed.key = trim(body.substr(start));
+        parsed.key = kova::trimmed(body.substr(start));
         return parsed;
     }
     parsed.raw_key = body.substr(0, eq);
-    parsed.key = trim(body.substr(start, eq - start));
+    parsed.key = kova::trimmed(body.substr(start, eq - start));
     const std::string_view rest = body.substr(eq + 1);
     parsed.has_value = !rest.empty();
-    parsed.value = trim(rest);
+    parsed.value = kova::trimmed(rest);
     return parsed;
 }
 

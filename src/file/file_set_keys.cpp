@@ -28,9 +28,9 @@ enum class LineResult { kCopied, kChanged, kFailed };
 // up NUL-terminated in place and the byte after it restored.
 LineResult move_line(kova::LineReader &reader, PKLIBSZHASH set, PKLIBSZHASH remove,
                      const char *format, FILE *out) {
-    const std::string_view trimmed = kova::file::trim(reader.line());
-    const kova::file::KeyValueLine parsed = kova::file::split(trimmed);
-    if (trimmed.empty() || kova::file::is_comment(trimmed) || parsed.key.empty()) {
+    const std::string_view line = kova::trimmed(reader.line());
+    const kova::file::KeyValueLine parsed = kova::file::split(line);
+    if (line.empty() || kova::file::is_comment(line) || parsed.key.empty()) {
         return kova::file::put(out, reader.line()) ? LineResult::kCopied : LineResult::kFailed;
     }
     char *key = const_cast<char *>(parsed.key.data());

@@ -10,10 +10,6 @@
 
 namespace kova::str {
 
-// s without leading and trailing tab, line feed, carriage return and space, and then without
-// one pair of enclosing double quotes.
-std::string_view trimmed(std::string_view s);
-
 // Whether the byte ranges [a, a + alen) and [b, b + blen) share a byte.
 inline bool overlaps(const void *a, size_t alen, const void *b, size_t blen) {
     const auto x = reinterpret_cast<uintptr_t>(a);

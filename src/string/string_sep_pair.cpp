@@ -3,6 +3,7 @@
 #include "core/alloc.h"
 #include "core/owners.h"
 #include "core/raise.h"
+#include "core/trim.h"
 #include "string/string_internal.h"
 
 int KLIBStrSepPair(const char *szLine, PKLIBSZLIST *ppList) {
@@ -11,7 +12,7 @@ int KLIBStrSepPair(const char *szLine, PKLIBSZLIST *ppList) {
         return -1;
     }
     const char *equals = strchr(szLine, '=');
-    const std::string_view key = kova::str::trimmed(
+    const std::string_view key = kova::trimmed(
         equals != nullptr ? std::string_view(szLine, static_cast<size_t>(equals - szLine))
                           : std::string_view(szLine));
     if (key.empty()) {
@@ -22,7 +23,7 @@ int KLIBStrSepPair(const char *szLine, PKLIBSZLIST *ppList) {
         kova::raise(ERR_BAD_PARAMETERS, 59);
         return -1;
     }
-    const std::string_view value = kova::str::trimmed(equals + 1);
+    const std::string_view value = kova::trimmed(equals + 1);
 
     // Both texts with their NULs in one work buffer: "key\0value\0".
     kova::UniqueMalloc<char> texts(
