@@ -10,8 +10,8 @@ int DBTCopyOut(const DBT *pDbt, void **ppData, int32_t *pcbAlloc) {
     }
     const auto size = static_cast<int32_t>(pDbt->size);
     if (KOVACheckAndRealloc(ppData, pcbAlloc, size) != 0) {
-        kova::log(LOG_ERR, "%s:%d KOVACheckAndRealloc failed. kovaerr=0x%04X",
-                  kova::base_name(__FILE__), __LINE__, KLIBErrGet());
+        kova::log_at(LOG_ERR, __LINE__, "%s:%d KOVACheckAndRealloc failed. kovaerr=0x%04X",
+                     KLIBErrGet());
         return -1;
     }
     // The pair may point into the very buffer (a cursor search key that was found as it is).

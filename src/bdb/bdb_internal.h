@@ -11,8 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/log.h"
-#include "core/raise.h"
+#include "core/fail.h"
 
 namespace kova::bdb {
 
@@ -57,10 +56,10 @@ constexpr const char *call_name(Call call) {
 // "%s:%d errno=%d/%m, db->get failed." at LOG_ERR, then the code mapped from errno raised at
 // the same line (none for an unmapped close failure).
 inline void fail_call(Call call, int line = __builtin_LINE(), const char *file = __builtin_FILE()) {
+    const Site site(line, file);
     const int err = errno;
-    kova::log(LOG_ERR, "%s:%d errno=%d/%m, db->%s failed.", base_name(file), line, err,
-              call_name(call));
-    if (const uint32_t code = code_for_errno(call, err); code != 0) kova::raise(code, line, file);
+    log_at(LOG_ERR, site, "%s:%d errno=%d/%m, db->%s failed.", err, call_name(call));
+    if (const uint32_t code = code_for_errno(call, err); code != 0) fail(code, site);
 }
 
 inline bool is_reserved(const void *key, size_t len) {

@@ -32,14 +32,15 @@ int KOVAListDBSet(PKOVABDB pDb, const char *szName, const KLIBSZLIST *pList) {
 
     kova::UniqueMalloc<void> packed(KOVAListDBPack(pList, pList->cbSize));
     if (packed == nullptr) {
-        kova::log(LOG_ERR, "%s (%d): errno=%d, KOVAListDBPack() failed, section[%s]\n",
-                  kova::base_name(__FILE__), lr::kLinePackFailed, KLIBErrGet(), szName);
+        kova::log_at(LOG_ERR, lr::kLinePackFailed,
+                     "%s (%d): errno=%d, KOVAListDBPack() failed, section[%s]\n", KLIBErrGet(),
+                     szName);
         return -1;
     }
     if (KOVABDbSet(pDb, key.get(), static_cast<int32_t>(name_len + 2), packed.get(),
                    pList->cbSize) != 0) {
-        kova::log(LOG_ERR, "%s (%d): errno=%d, KOVABDbSet() failed, section[%s]\n",
-                  kova::base_name(__FILE__), lr::kLineSetFailed, KLIBErrGet(), szName);
+        kova::log_at(LOG_ERR, lr::kLineSetFailed,
+                     "%s (%d): errno=%d, KOVABDbSet() failed, section[%s]\n", KLIBErrGet(), szName);
         return -1;
     }
     return 0;

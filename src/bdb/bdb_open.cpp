@@ -51,8 +51,7 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
         const int line = __LINE__;  // logged and raised alike
         const uint32_t code = open_code_for_errno(err);
         if (code == ERR_OPEN_FAILED) {
-            kova::log(LOG_NOTICE, "%s:%d errno=%d/%m, dbopen failed.", kova::base_name(__FILE__),
-                      line, err);
+            kova::log_at(LOG_NOTICE, line, "%s:%d errno=%d/%m, dbopen failed.", err);
         }
         kova::raise(code, line);
         free(handle);
@@ -63,8 +62,7 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
     // Every process of the appliance reads the caches, whatever the creator's umask.
     // On the descriptor: the path may have been replaced by a link meanwhile.
     if (geteuid() == 0 && kova::sys::fchmod(handle->pDb->fd(handle->pDb), 0666) != 0) {
-        kova::log(LOG_ERR, "%s:%d errno=%d/%m, chmod failed.", kova::base_name(__FILE__), __LINE__,
-                  errno);
+        kova::log_at(LOG_ERR, __LINE__, "%s:%d errno=%d/%m, chmod failed.", errno);
     }
     return handle;
 }

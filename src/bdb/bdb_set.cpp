@@ -11,8 +11,7 @@ int KOVABDbSet(PKOVABDB pDb, const void *pKey, int32_t cbKey, const void *pData,
 
     // A reserved record is replaced, never duplicated, even in a duplicate-key btree.
     if (kova::bdb::is_reserved(pKey, key.size) && db->del(db, &key, 0) == -1) {
-        kova::log(LOG_ERR, "%s:%d errno=%d/%m, db->del failed.", kova::base_name(__FILE__),
-                  __LINE__, errno);
+        kova::log_at(LOG_ERR, __LINE__, "%s:%d errno=%d/%m, db->del failed.", errno);
         return -1;  // no code of its own (kept as it is)
     }
     const int rc = db->put(db, &key, &value, 0);

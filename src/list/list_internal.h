@@ -9,6 +9,12 @@
 
 namespace kova::list {
 
+// The defined lines of the set operations' refusals: a null list, and lists sorted in two
+// different modes.
+constexpr int kLineAndNullList = 65, kLineAndModes = 69;
+constexpr int kLineOrNullList = 61, kLineOrModes = 66;
+constexpr int kLineSubNullList = 58, kLineSubModes = 62;
+
 // Derived from the real field widths: 24 and 4 with 4-byte pointers, 32 and 8 with 8-byte ones.
 constexpr int kHeaderSize = static_cast<int>(offsetof(KLIBSZLIST, pszItem));
 constexpr int kSlotSize = static_cast<int>(sizeof(char *));

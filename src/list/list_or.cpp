@@ -38,12 +38,12 @@ bool push_all(PKLIBSZLIST *list, const char *const *items, int count) {
 // order, since every addition goes through the sorted insert.
 PKLIBSZLIST PslKLIBSzListOr(PKLIBSZLIST *ppList1, const KLIBSZLIST *pList2, int mode) {
     if (ppList1 == nullptr || *ppList1 == nullptr || pList2 == nullptr) {
-        kova::raise(ERR_BAD_PARAMETERS, 61);
+        kova::raise(ERR_BAD_PARAMETERS, kova::list::kLineOrNullList);
         return nullptr;
     }
     PKLIBSZLIST list1 = *ppList1;
     if (sorted_differently(list1, pList2)) {
-        kova::raise(ERR_BAD_PARAMETERS, 66);
+        kova::raise(ERR_BAD_PARAMETERS, kova::list::kLineOrModes);
         return nullptr;
     }
     int count = 0;

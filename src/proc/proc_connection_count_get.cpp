@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/log.h"
+#include "core/fail.h"
 #include "core/raise.h"
 #include "kovasdk/file.h"
 #include "kovasdk/proc.h"
@@ -39,7 +39,7 @@ int KLIBConnectionCountGet(int *pnCount) {
     }
     ServerCounts counts;
     if (!kova::proc::for_each_process_status(count_server, &counts)) {
-        kova::log(LOG_ERR, "%s (%d) Failed to glob.\n", kova::base_name(__FILE__), 28);
+        kova::log_at(LOG_ERR, 28, "%s (%d) Failed to glob.\n");
         return -1;
     }
     *pnCount =

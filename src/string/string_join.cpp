@@ -2,18 +2,13 @@
 #include <cstring>
 
 #include "core/alloc.h"
-#include "core/log.h"
-#include "core/raise.h"
+#include "core/fail.h"
 #include "kovasdk/kstring.h"
 
 namespace {
 
-constexpr const char *kFile = kova::base_name(__FILE__);
-
 int fail(uint32_t code, int line, const char *what) {
-    kova::raise(code, line);
-    kova::log(LOG_ERR, "%s:%d %s", kFile, line, what);
-    return -1;
+    return kova::fail(code, line, "%s:%d %s", what);
 }
 
 }  // namespace
