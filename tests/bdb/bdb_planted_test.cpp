@@ -121,7 +121,8 @@ TEST_F(BdbPlantedTest, BitFlippedStoresAreRefusedOrReadWithoutHarmMostly) {
         std::string bad = good;
         const int flips = std::uniform_int_distribution<int>(1, 8)(random);
         for (int i = 0; i < flips; ++i) {
-            const size_t at = std::uniform_int_distribution<size_t>(0, run % 2 ? bad.size() - 1 : 63)(random);
+            const size_t at =
+                std::uniform_int_distribution<size_t>(0, run % 2 ? bad.size() - 1 : 63)(random);
             bad[at] = static_cast<char>(bad[at] ^ (1 << (random() % 8)));
         }
         write_file(db_path(), bad);
