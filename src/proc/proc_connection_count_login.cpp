@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "core/paths.h"
 #include "core/raise.h"
 #include "core/root.h"
 #include "kovasdk/file.h"
@@ -13,7 +14,7 @@ int g_max_services = -1;  // "maxservices", read once per process
 
 int max_services() {
     if (g_max_services >= 0) return g_max_services;
-    const kova::RootedPath factory(kova::proc::kFactoryInfoFile);
+    const kova::RootedPath factory(kova::paths::kKovaInfoDefaults);
     char value[16] = "";
     int max = kDefaultMaxServices;
     if (KLIBFileGetKeyValue(factory.c_str(), "maxservices", value, sizeof value, 0) > 0) {

@@ -38,8 +38,6 @@ bool is_safe_pattern(const char *pattern);
 inline constexpr const char kPsTempFile[] = "/tmp/tempKLIBPs%u";
 inline constexpr const char kRegistryLockFile[] = "/tmp/procreg.lock";
 inline constexpr const char kProcStatusGlob[] = "/proc/[0-9]*/status";
-inline constexpr const char kFactoryInfoFile[] = "/etc.defaults/kovainfo.conf";
-inline constexpr const char kPasswdFile[] = "/etc/passwd";
 inline constexpr const char kPs[] = "/bin/ps";
 inline constexpr const char kGrep[] = "/bin/grep";
 

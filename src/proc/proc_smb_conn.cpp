@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/owners.h"
+#include "core/paths.h"
 #include "core/raise.h"
 #include "core/root.h"
 #include "kovasdk/file.h"
@@ -50,7 +51,7 @@ void match_connection(const char *status_path, void *context) {
 }  // namespace
 
 long smb_user_uid(const char *user) {
-    const RootedPath passwd(kPasswdFile);
+    const RootedPath passwd(paths::kPasswd);
     UniqueFile file(fopen(passwd.c_str(), "r"));
     if (!file) {
         raise(ERR_OPEN_FAILED);
