@@ -1,5 +1,6 @@
 // The file-service connection count and login limit, and the SMB connection functions, over a
 // process table inside the sandbox.
+#include "core/paths.h"
 #include "proc/proc_test_support.h"
 
 namespace kova::test {
@@ -34,7 +35,7 @@ class ConnectionTest : public SandboxTest {
     }
     // The factory settings with this "maxservices" line only; read at the first check.
     void max_services(const std::string &line) {
-        write_file(path(kova::proc::kFactoryInfoFile), line);
+        write_file(path(kova::paths::kKovaInfoDefaults), line);
     }
     static int count() {
         int n = -1;
