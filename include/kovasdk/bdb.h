@@ -9,6 +9,11 @@
  * (KOVACheckAndRealloc) and, on success, the capacity holds exactly the length of the data
  * copied. Release the buffer with KOVABDbFree or free().
  *
+ * What a caller must know: the account and share caches live in "/tmp" and are made
+ * world-writable (0666), so any local user can change or remove them: they are caches, rebuilt
+ * from the text files, never a master copy. The store does not serialise writers of one file:
+ * callers hold the file lock of the family (ErrKLIBFileLock) around every change.
+ *
  * DBTSet and DBTCopyOut take the library's key/data pair (DBT), whose header is not valid
  * strict C: they are declared only when <db_185.h> is included before this header.
  */
@@ -53,7 +58,11 @@ typedef struct _tag_KOVABDB {
 } KOVABDB, *PKOVABDB;
 
 /* flags: open() flags passed to dbopen unchanged (O_RDWR, O_RDWR|O_CREAT); dupMode
- * KOVA_BDB_DUP for duplicate keys. The file is created with mode 0666. NULL on failure. */
+ * KOVA_BDB_DUP for duplicate keys. The file is created with mode 0666. NULL on failure. A file
+ * that is not a store (no regular file, or a btree header with a bad magic, version, page size
+ * or size) is refused with ERR_BDB_INVALID before the library sees it; a creation blocked by a
+ * file at the library's temporary name ("__db.<name>") fails within a second, unless that file
+ * is a stale empty one of the caller's own, which is removed. */
 KOVA_API PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode);
 /* Closes and frees the handle. Returns 0 even when the library's close fails (the error
  * state then tells); -1 only for a NULL handle. */

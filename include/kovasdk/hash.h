@@ -38,6 +38,7 @@ typedef struct _tag_KLIBSZHASH {
 
 /* A new hash of 31 slots and max(cbData, 512) bytes of string area; null on failure. */
 KOVA_API PKLIBSZHASH PshKLIBSzHashAlloc(int cbData);
+/* Frees the block (NULL is ignored). */
 KOVA_API void KLIBSzHashFree(PKLIBSZHASH pHash);
 
 /* Sets key to value (both copied); the slot index, or -1 (the caller's hash stays valid). */

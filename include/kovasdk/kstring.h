@@ -39,8 +39,9 @@ KOVA_API int KLIBStrEncodeColon(const char *szIn, char *szOut, int cbOut);
 /* The reverse; a ";" before anything else stops the decoding. strlen(in) may not exceed
  * cbOut; the output needs cbOut characters plus the NUL. */
 KOVA_API int KLIBStrDecodeColon(const char *szIn, char *szOut, int cbOut);
-/* Two upper-case hex digits per byte. The check is strlen(in) <= cbOut although the output
- * takes 2 * strlen(in) characters plus the NUL: size the buffer for that. */
+/* Two upper-case hex digits per byte. Hazard kept as defined: the size check is only
+ * strlen(in) <= cbOut although the output takes 2 * strlen(in) characters plus the NUL, so the
+ * call can write past a buffer sized by cbOut: size szOut for 2 * strlen(in) + 1. */
 KOVA_API int KLIBStringToHexCode(const char *szIn, char *szOut, int cbOut);
 /* Pairs of upper-case hex digits, each optionally preceded by "x", up to the first byte that
  * does not continue a pair. strlen(in) may not exceed cbOut; output plus NUL. */
