@@ -124,8 +124,13 @@ KOVA_BEGIN_DECLS
 /* Number of entries of rgszErrMsg. */
 #define KOVA_ERR_MSG_COUNT 145
 
+/* The process's error state: the last code set (read it with KLIBErrGet). */
 extern KOVA_API uint32_t kovaerrno;
+/* The message names, indexed by code >> 8. */
 extern KOVA_API const char *const rgszErrMsg[KOVA_ERR_MSG_COUNT];
+/* errNum: the number of message names (KLIBErrPrint's bound); codeNum: kept for the appliance's
+ * programs; volerr: the volume family's slot (KOVAVolISetErr); gDiskErr, gRaidErr: zero, for
+ * the storage programs. */
 extern KOVA_API int32_t errNum;
 extern KOVA_API int32_t codeNum;
 extern KOVA_API uint32_t volerr;
@@ -138,6 +143,7 @@ KOVA_API void KLIBErrSet(uint32_t code);
 KOVA_API void KLIBErrSetEx(uint32_t code, const char *file, int32_t line);
 /* The last code set. Success never clears it: read it only after a failure. */
 KOVA_API uint32_t KLIBErrGet(void);
+/* The source file name and line recorded with the last code. */
 KOVA_API const char *KOVAErrorGetFile(void);
 KOVA_API int32_t KOVAErrorGetLine(void);
 
