@@ -10,6 +10,7 @@
 
 #include "file_test.h"
 #include "kovasdk/file.h"
+#include "support/target.h"
 
 namespace kova::test {
 namespace {
@@ -229,7 +230,8 @@ TEST_F(FileConcurrency, WritersKilledMidRewriteLeaveOldOrNew) {
     std::erase_if(left, [](const std::string &name) { return name == "kovainfo.conf"; });
     RecordProperty("leftover_temporary_files", static_cast<int>(left.size()));
     printf("%d kills: %zu temporary files left\n", 2 * kRounds, left.size());
-    EXPECT_LE(left.size(), 5u);
+    // Under an emulator each step takes longer, the named instant included.
+    EXPECT_LE(left.size(), kEmulated ? 15u : 5u);
     // Leftovers of killed writers do not disturb the next writer.
     EXPECT_EQ(KLIBFileSetKeyValue(info, "round", "-1", nullptr), 1);
     EXPECT_EQ(read_file(info_), version(-1));
