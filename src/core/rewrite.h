@@ -71,7 +71,6 @@ class Rewrite {
     Opened open(int access = O_RDONLY, int call_line = __builtin_LINE());
     // The open file, for a first pass; each_line() rewinds it.
     FILE *source() const { return source_.get(); }
-    const struct stat &source_stat() const { return st_; }
 
     // Creates the temporary file (each_line() does it when needed). For a file that did not
     // exist, start_new(mode) instead: the new file gets the caller's ids and mode.

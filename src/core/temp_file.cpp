@@ -49,10 +49,8 @@ constexpr int kNameTries = 100;
 }  // namespace
 
 bool TempFile::fail(Step step) {
-    errno_ = errno;
     failed_ = step;
-    discard();
-    errno = errno_;
+    discard();  // keeps errno: the failed step's
     return false;
 }
 

@@ -32,7 +32,6 @@ class TempFile {
     // "<target>.XXXXXX". Both strings are kept by pointer until commit or discard.
     bool create(const char *target, const char *name = nullptr);
     FILE *stream() const { return stream_; }
-    int fd() const { return fd_; }
 
     // Flush, fsync, fchown and fchmod to like's owner, group and mode & 07777, name, close.
     // The target is untouched; publish() then renames over it. Split so that several files can
@@ -49,8 +48,6 @@ class TempFile {
     void discard();
 
     Step failed_step() const { return failed_; }
-    // errno of the failed step.
-    int failed_errno() const { return errno_; }
 
   private:
     bool fail(Step step);
@@ -67,7 +64,6 @@ class TempFile {
     int fd_ = -1;  // owned by stream_ once it exists
     bool anonymous_ = false;
     Step failed_ = Step::kNone;
-    int errno_ = 0;
 };
 
 // The owner, group and mode of a file that did not exist before: the caller's own user and
