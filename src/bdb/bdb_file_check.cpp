@@ -19,9 +19,10 @@ namespace {
 
 // The btree metadata page as the library writes it, in the creating machine's byte order.
 constexpr size_t kMagicAt = 12, kVersionAt = 16, kPageSizeAt = 20, kTypeAt = 25, kLastPageAt = 32;
-constexpr size_t kMetaSize = 36;
+constexpr size_t kMinKeysAt = 76;  // keys per page at least: 0 crashes the library
+constexpr size_t kMetaSize = 80;
 constexpr uint32_t kBtreeMagic = 0x053162;
-constexpr uint32_t kBtreeVersion = 9;
+constexpr uint32_t kOldestVersion = 8, kBtreeVersion = 9;  // what the library still opens
 constexpr uint8_t kBtreeMetaPage = 9;
 constexpr uint32_t kMinPageSize = 512, kMaxPageSize = 65536;
 
@@ -53,8 +54,9 @@ int check_header(const char *path, const struct stat &st) {
     const uint64_t last_page = read32(meta + kLastPageAt, swapped);
     const bool page_size_ok = page_size >= kMinPageSize && page_size <= kMaxPageSize &&
                               (page_size & (page_size - 1)) == 0;
-    if (read32(meta + kVersionAt, swapped) != kBtreeVersion || meta[kTypeAt] != kBtreeMetaPage ||
-        !page_size_ok) {
+    const uint32_t version = read32(meta + kVersionAt, swapped);
+    if (version < kOldestVersion || version > kBtreeVersion || meta[kTypeAt] != kBtreeMetaPage ||
+        !page_size_ok || read32(meta + kMinKeysAt, swapped) < 2) {
         return EINVAL;
     }
     const uint64_t size = static_cast<uint64_t>(st.st_size);

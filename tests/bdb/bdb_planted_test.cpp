@@ -80,6 +80,10 @@ TEST_F(BdbPlantedTest, FifosAndDamagedHeadersAreRefusedAndLeftAlone) {
         EXPECT_EQ(KLIBErrGet(), ERR_BDB_INVALID);
         EXPECT_EQ(read_file(db_path()), bad);
     }
+    std::string no_min_keys = good;  // 0 keys per page: the library divides by it
+    no_min_keys.replace(76, 4, 4, '\0');
+    write_file(db_path(), no_min_keys);
+    EXPECT_EQ(open_store(0, O_RDWR), nullptr);
     write_file(db_path(), good.substr(0, good.size() - 100));  // not whole pages
     EXPECT_EQ(open_store(0, O_RDWR), nullptr);
     write_file(db_path(), good);
