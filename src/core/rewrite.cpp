@@ -68,45 +68,41 @@ bool Rewrite::reading_failed(const LineReader &reader, int call_line) {
     return fail(code, lines_.read, call_line);
 }
 
-// Raises the code and line of the temporary file's failed step.
-bool Rewrite::fail_commit(int call_line) {
+// Raises the code and line of the temporary file's failed step; a failed rename raises
+// rename_code (a new file that could not be put in place is a write failure).
+bool Rewrite::fail_step(const RewriteLines &lines, uint32_t rename_code, int call_line) {
     switch (temp_.failed_step()) {
         case TempFile::Step::kCreate:
-            return fail(ERR_OPEN_FAILED, lines_.create, call_line);
+            return fail(ERR_OPEN_FAILED, lines.create, call_line);
         case TempFile::Step::kStream:
-            return fail(ERR_OPEN_FAILED, lines_.stream, call_line);
-        case TempFile::Step::kFlush:
-            return fail(ERR_WRITE_FAILED, lines_.flush, call_line);
-        case TempFile::Step::kSync:
-        case TempFile::Step::kOwner:
-            return fail(ERR_WRITE_FAILED, lines_.sync, call_line);
-        case TempFile::Step::kClose:
-            return fail(ERR_WRITE_FAILED, lines_.close, call_line);
-        case TempFile::Step::kRename:
-            return fail(ERR_RENAME_FAILED, lines_.rename, call_line);
-        case TempFile::Step::kNone:
-            break;
-    }
-    return false;
-}
-
-bool Rewrite::fail_create(const CreateLines &lines, int call_line) {
-    switch (temp_.failed_step()) {
-        case TempFile::Step::kCreate:
-        case TempFile::Step::kStream:
-            return fail(ERR_OPEN_FAILED, lines.open, call_line);
+            return fail(ERR_OPEN_FAILED, lines.stream, call_line);
         case TempFile::Step::kFlush:
             return fail(ERR_WRITE_FAILED, lines.flush, call_line);
         case TempFile::Step::kSync:
         case TempFile::Step::kOwner:
             return fail(ERR_WRITE_FAILED, lines.sync, call_line);
         case TempFile::Step::kClose:
-        case TempFile::Step::kRename:
             return fail(ERR_WRITE_FAILED, lines.close, call_line);
+        case TempFile::Step::kRename:
+            return fail(rename_code, lines.rename, call_line);
         case TempFile::Step::kNone:
             break;
     }
     return false;
+}
+
+bool Rewrite::fail_commit(int call_line) {
+    return fail_step(lines_, ERR_RENAME_FAILED, call_line);
+}
+
+bool Rewrite::fail_create(const CreateLines &lines, int call_line) {
+    const RewriteLines as_steps{.create = lines.open,
+                                .stream = lines.open,
+                                .flush = lines.flush,
+                                .sync = lines.sync,
+                                .close = lines.close,
+                                .rename = lines.close};
+    return fail_step(as_steps, ERR_WRITE_FAILED, call_line);
 }
 
 bool Rewrite::commit(int call_line) {

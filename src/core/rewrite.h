@@ -105,6 +105,7 @@ class Rewrite {
 
   private:
     bool fail(uint32_t code, int line, int call_line);
+    bool fail_step(const RewriteLines &lines, uint32_t rename_code, int call_line);
     bool fail_commit(int call_line);
     bool fail_create(const CreateLines &lines, int call_line);
     bool reading_failed(const LineReader &reader, int call_line);
