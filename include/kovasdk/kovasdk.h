@@ -45,5 +45,6 @@
 #include "list.h"
 #include "proc.h"
 #include "unicode.h"
+#include "user.h"
 
 #endif /* KOVASDK_KOVASDK_H */

@@ -1,0 +1,94 @@
+// The account caches' protocol, written once for the user, group and share databases: each is
+// a handle of btree stores fed by master text files, and each family names only its files, its
+// handle's slots and its build.
+//
+//   open:    open every store; if one is missing, create and build them all (serialised).
+//   check:   a store missing, below 8192 bytes or not the file at its path any more, a
+//            deprecated marker, or a source file changed since the build: rebuild or reopen.
+//   rebuild: build a fresh set under the ".tmp" base, rename it over the live one, mark the
+//            replaced files deprecated (other processes holding them reopen at their check).
+//   change:  a writer changes a private copy of the live set (the ".tmp" base) and puts it in
+//            place the same way, so a reader never sees a store being written.
+//
+// Rebuilds and changes of one cache are serialised by a lock file of their own under the lock
+// directory; readers take it only when they must rebuild. A source's sync time is its
+// modification time in whole seconds (the defined record); beside it each store keeps the
+// source's inode, size and nanoseconds, so that a file replaced or edited twice within one
+// second is still seen as changed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "kovasdk/bdb.h"
+
+namespace kova::cache {
+
+struct Store {
+    const char *suffix;  // after the base path: ".name.0850"
+    int dup_mode;        // KOVA_BDB_DUP or 0
+    const char *source;  // the master file whose modification time is the store's sync time
+    bool checked;        // compared with its source at the check (a second store of one
+                         // source is not)
+};
+
+struct Family {
+    const char *name;               // "User": in the log lines ("KOVAUserDBRebuild failed ...")
+    const char *base;               // "/tmp/.db.user"
+    const char *tmp_base;           // "/tmp/.db.user.tmp"
+    const char *lock_file;          // serialises rebuilds and changes
+    std::span<const Store> stores;  // in the order they are opened and checked
+    size_t handle_size;             // the family's handle: a record of PKOVABDB slots
+    PKOVABDB *(*slot)(void *handle, size_t store);
+    int (*build)(void *handle);  // fills the open, empty stores; 0 or -1
+};
+
+// The defined operations, for the family's exported functions.
+int open_file(const Family &family, void **handle, const char *base);
+int check_and_rebuild(const Family &family, void **handle);
+int rebuild(const Family &family);
+// Opens the live cache, rebuilding as needed: the handle, or null.
+void *open(const Family &family);
+int close(const Family &family, void *handle);
+
+// Stores the sync time (and fingerprint) of each store's source: 0 or -1.
+int store_sync_times(const Family &family, void *handle);
+
+// The lock of one cache, taken for its lifetime (polled up to ten seconds).
+class Lock {
+  public:
+    explicit Lock(const Family &family);
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+    ~Lock();
+    bool held() const { return fd_ >= 0; }
+
+  private:
+    int fd_ = -1;
+};
+
+// A writer's private copy of the live cache: made from the open live handle under the cache's
+// lock, changed through handle(), then installed over the live files (the live handle is
+// reopened on them). Destroyed without install, it is removed.
+class Change {
+  public:
+    Change(const Family &family, void **live);
+    Change(const Change &) = delete;
+    Change &operator=(const Change &) = delete;
+    ~Change();
+
+    // False when the lock or the copy failed (raised).
+    bool ok() const { return handle_ != nullptr; }
+    void *handle() const { return handle_; }
+    // Records the sources' sync times, closes the copy and renames it over the live files.
+    bool install();
+
+  private:
+    const Family &family_;
+    void **live_;
+    Lock lock_;
+    void *handle_ = nullptr;
+};
+
+}  // namespace kova::cache
