@@ -25,6 +25,7 @@ const Command kCommands[] = {
     {"ps", "ps PATTERN    the processes whose command line matches a grep pattern", cmd_ps},
     {"ops", "ops | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
      cmd_ops},
+    {"user", "user list|get|add|set|passwd|del ...    the appliance's user accounts", cmd_user},
 };
 
 int usage(FILE *out) {
