@@ -250,14 +250,19 @@ int rebuild_locked(const Family &family) {
         remove_files(family, tmp_base.c_str());
         return fail(ERR_OPEN_FAILED);
     }
+    // The set being replaced is opened to mark it deprecated. One that cannot be opened (a
+    // damaged store, the very reason for this rebuild) is logged and replaced all the same:
+    // processes holding it see the replacement at their check.
     void *old = nullptr;
-    if (access(StorePath(base.c_str(), family.stores[0].suffix).c_str(), F_OK) == 0 &&
-        open_locked(family, &old, base.c_str()) < 0) {
-        log_at(LOG_ERR, Site(), "%s:%d KOVA%sDBOpenFile(&p%sDbOld) Error, KLIBError=(0x%04X)",
-               family.name, family.name, KLIBErrGet());
-        free_handle(family, fresh);
-        remove_files(family, tmp_base.c_str());
-        return -1;
+    if (access(StorePath(base.c_str(), family.stores[0].suffix).c_str(), F_OK) == 0) {
+        bool created = false;
+        old = new_handle(family);
+        if (old != nullptr && open_stores(family, old, base.c_str(), false, &created) != 0) {
+            log_at(LOG_ERR, Site(), "%s:%d KOVA%sDBOpenFile(&p%sDbOld) Error, KLIBError=(0x%04X)",
+                   family.name, family.name, KLIBErrGet());
+            free_handle(family, old);
+            old = nullptr;
+        }
     }
     const int result = put_in_place(family, old);
     free_handle(family, old);
@@ -324,11 +329,36 @@ int open_file(const Family &family, void **handle, const char *base) {
         *handle = fresh;
         return 0;
     }
-    free_handle(family, fresh);
-    if (KLIBErrGet() != ERR_FILE_NOT_FOUND) return -1;
-    // Missing stores are built by one process at a time.
+    const uint32_t why = KLIBErrGet();
+    close_stores(family, fresh);
+    if (why != ERR_FILE_NOT_FOUND && why != ERR_BDB_INVALID) {
+        free(fresh);
+        return -1;
+    }
+    // Missing or damaged stores are built by one process at a time.
     const Lock lock(family);
-    return lock.held() ? open_locked(family, handle, base) : -1;
+    if (!lock.held()) {
+        free(fresh);
+        return -1;
+    }
+    if (strcmp(base, RootedPath(family.base).c_str()) != 0) {
+        free(fresh);
+        return open_locked(family, handle, base);
+    }
+    // The live set is built aside and renamed into place, never built where readers look;
+    // unless another process did so while this one waited for the lock.
+    int built = 0;
+    if (open_stores(family, fresh, base, false, &created) != 0) {
+        close_stores(family, fresh);
+        if (rebuild_locked(family) != 0 || open_stores(family, fresh, base, false, &created) != 0) {
+            free_handle(family, fresh);
+            return -1;
+        }
+        built = 1;
+    }
+    free_handle(family, *handle);
+    *handle = fresh;
+    return built;
 }
 
 int check_and_rebuild(const Family &family, void **handle) {

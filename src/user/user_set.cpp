@@ -12,12 +12,15 @@ namespace {
 struct Entry {
     char upper[kKeySize];
     char old_upper[kKeySize];
-    PKOVAUSER old;  // the record before the change; null for a new user
+    PKOVAUSER old;     // the record before the change; null for a new user
+    PKOVAUSER stored;  // as written, defaults filled in
 };
 
 void free_entries(Entry *entries, int count) {
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         KOVAUserFree(entries[i].old);
+        KOVAUserFree(entries[i].stored);
+    }
     free(entries);
 }
 
@@ -45,8 +48,10 @@ int set_one(PKOVAUSERDB db, Entry *entries, int i, const char *old_name, PKOVAUS
         const int uid = KOVAUserDBGetFreeUid(db);
         if (uid < 0) return -1;
         user->uid = static_cast<uint32_t>(uid);
-        if (KOVAUserDBSet(db, nullptr, 0, user) != 0) return -1;
-        return current_uid_set(db, user->uid);
+        if (KOVAUserDBSet(db, nullptr, 0, user) != 0 || current_uid_set(db, user->uid) != 0) {
+            return -1;
+        }
+        return KOVAUserDBGet(db, entry.upper, &entry.stored);
     }
     const int old_len = upper_key(old_name, entry.old_upper);
     if (old_len < 0 || KOVAUserDBGet(db, entry.old_upper, &entry.old) != 0) {
@@ -55,7 +60,8 @@ int set_one(PKOVAUSERDB db, Entry *entries, int i, const char *old_name, PKOVAUS
     if (strcmp(entry.old_upper, entry.upper) != 0 && exists(db, entry.upper)) {
         return fail(ERR_USER_EXISTS, Site(), "%s:%d pUser->szName[%s] is EXIST.", user->szName);
     }
-    return KOVAUserDBSet(db, entry.old_upper, old_len, user);
+    if (KOVAUserDBSet(db, entry.old_upper, old_len, user) != 0) return -1;
+    return KOVAUserDBGet(db, entry.upper, &entry.stored);
 }
 
 }  // namespace
@@ -85,7 +91,7 @@ int KOVAUserSet(const char *const *rgszOldName, PKOVAUSER const *rgpUser, int co
         if (result == 0) result = writer.finish();
         // The updates that follow the account, still under the lock.
         for (int i = 0; i < count && result == 0; ++i)
-            after_set(entries[i].old, *rgpUser[i]);
+            after_set(entries[i].old, *entries[i].stored);
     }
     free_entries(entries, count);
     return result;
