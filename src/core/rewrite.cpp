@@ -108,7 +108,7 @@ bool Rewrite::fail_create(const CreateLines &lines, int call_line) {
 bool Rewrite::commit(int call_line) {
     if (out() == nullptr && !start(call_line)) return false;
     source_.reset();
-    const bool done = new_file_ ? temp_.commit_new(st_) : temp_.commit(st_);
+    const bool done = new_file_ ? temp_.commit_new(target()) : temp_.commit(target());
     return done || fail_commit(call_line);
 }
 
@@ -116,13 +116,13 @@ bool Rewrite::commit_all(std::initializer_list<Rewrite *> rewrites, int call_lin
     for (Rewrite *rewrite : rewrites) {
         if (rewrite->out() == nullptr && !rewrite->start(call_line)) return false;
         rewrite->source_.reset();
-        if (!rewrite->new_file_ && !rewrite->temp_.prepare(rewrite->st_)) {
+        if (!rewrite->new_file_ && !rewrite->temp_.prepare(rewrite->target())) {
             return rewrite->fail_commit(call_line);
         }
     }
     for (Rewrite *rewrite : rewrites) {
-        const bool done =
-            rewrite->new_file_ ? rewrite->temp_.commit_new(rewrite->st_) : rewrite->temp_.publish();
+        const bool done = rewrite->new_file_ ? rewrite->temp_.commit_new(rewrite->target())
+                                             : rewrite->temp_.publish();
         if (!done) return rewrite->fail_commit(call_line);
     }
     return true;

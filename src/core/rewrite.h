@@ -88,6 +88,9 @@ class Rewrite {
     bool put(std::string_view bytes, int line = 0, int call_line = __builtin_LINE());
     bool print(int line, const char *format, ...) __attribute__((format(printf, 3, 4)));
     FILE *out() const { return temp_.stream(); }
+    // The file is written with at most these permission bits, whatever the old file had: a
+    // file of secrets stays private even where it was found readable by others.
+    void limit_mode(mode_t allowed) { allowed_mode_ = allowed; }
 
     // Flush, sync, owner and mode, close, rename (or, for a file that did not exist, a link
     // that never replaces one that appeared meanwhile).
@@ -109,6 +112,12 @@ class Rewrite {
     bool fail_commit(int call_line);
     bool fail_create(const CreateLines &lines, int call_line);
     bool reading_failed(const LineReader &reader, int call_line);
+    // The owner and mode the new file is given.
+    struct stat target() const {
+        struct stat st = st_;
+        st.st_mode &= ~07777 | allowed_mode_;
+        return st;
+    }
 
     const char *path_;
     const char *temp_name_;
@@ -117,6 +126,7 @@ class Rewrite {
     UniqueFile source_;
     struct stat st_ {};
     bool new_file_ = false;
+    mode_t allowed_mode_ = 07777;
     TempFile temp_;
 };
 
@@ -138,7 +148,7 @@ bool Rewrite::create(const CreateLines &lines, mode_t mode, Writer &&write, int 
     st_ = new_file_owner(mode);
     if (!temp_.create(path_, temp_name_)) return fail_create(lines, call_line);
     if (!write(out())) return fail(ERR_WRITE_FAILED, lines.write, call_line);
-    if (!temp_.commit_new(st_)) return fail_create(lines, call_line);
+    if (!temp_.commit_new(target())) return fail_create(lines, call_line);
     return true;
 }
 

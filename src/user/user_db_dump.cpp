@@ -17,24 +17,30 @@ struct Output {
     const char *path;
     const char *tmp;
     mode_t mode;  // of a file that did not exist
+    bool secret;  // holds password hashes: never readable by others, whatever it was found with
 };
 // In the order of KOVAUserRenameTmpFiles: the recovery after a kill relies on it.
-constexpr Output kSmb = {kSmbPasswd, kSmbPasswdTmp, 0600};
-constexpr Output kShadowOut = {kShadow, kShadowTmp, 0600};
-constexpr Output kPasswdOut = {kPasswd, kPasswdTmp, 0644};
-constexpr Output kMiscOut = {kMisc, kMiscTmp, 0644};
+constexpr Output kSmb = {kSmbPasswd, kSmbPasswdTmp, 0600, true};
+constexpr Output kShadowOut = {kShadow, kShadowTmp, 0600, true};
+constexpr Output kPasswdOut = {kPasswd, kPasswdTmp, 0644, false};
+constexpr Output kMiscOut = {kMisc, kMiscTmp, 0644, false};
 
 class File {
   public:
     explicit File(const Output &output)
-        : path_(output.path), tmp_(output.tmp), rewrite_(path_.c_str(), {}, tmp_.c_str()) {}
+        : output_(output),
+          path_(output.path),
+          tmp_(output.tmp),
+          rewrite_(path_.c_str(), {}, tmp_.c_str()) {
+        if (output.secret) rewrite_.limit_mode(0600);
+    }
     // Opens the file to replace; a missing one is made empty first, so that every file of the
     // set goes through its temporary name.
-    bool start(mode_t mode) {
+    bool start() {
         auto opened = rewrite_.open();
         if (opened == Rewrite::Opened::kMissing) {
             Rewrite empty(path_.c_str(), {});
-            if (!empty.create({}, mode, [](FILE *) { return true; })) return false;
+            if (!empty.create({}, output_.mode, [](FILE *) { return true; })) return false;
             opened = rewrite_.open();
         }
         return opened == Rewrite::Opened::kOk && rewrite_.start();
@@ -42,6 +48,7 @@ class File {
     Rewrite &rewrite() { return rewrite_; }
 
   private:
+    const Output &output_;
     RootedPath path_;
     RootedPath tmp_;
     Rewrite rewrite_;
@@ -120,8 +127,8 @@ int KOVAUserDBDump(PKOVAUSERDB pUserDb) {
     File shadow(kShadowOut);
     File passwd(kPasswdOut);
     File misc(kMiscOut);
-    if (!smb.start(kSmb.mode) || !shadow.start(kShadowOut.mode) || !passwd.start(kPasswdOut.mode) ||
-        !misc.start(kMiscOut.mode) || !write_misc_head(pUserDb, misc.rewrite()) ||
+    if (!smb.start() || !shadow.start() || !passwd.start() || !misc.start() ||
+        !write_misc_head(pUserDb, misc.rewrite()) ||
         !write_users(pUserDb, smb, shadow, passwd, misc)) {
         return -1;  // the temporary files go with the rewrites
     }

@@ -136,4 +136,14 @@ std::vector<std::string> list_dir(const std::string &dir) {
     return names;
 }
 
+std::vector<std::string> SandboxTest::new_entries(const std::string &absolute) const {
+    std::vector<std::string> names = list_dir(path(absolute));
+    std::error_code missing;
+    if (fs::is_directory(KOVA_SKELETON_DIR + absolute, missing)) {
+        for (const std::string &name : list_dir(KOVA_SKELETON_DIR + absolute))
+            std::erase(names, name);
+    }
+    return names;
+}
+
 }  // namespace kova::test

@@ -33,6 +33,9 @@ class SandboxTest : public ::testing::Test {
   protected:
     std::string path(const std::string &absolute) const { return sandbox_.path(absolute); }
     const std::string &root() const { return sandbox_.root(); }
+    // Entries of a sandbox directory that the skeleton does not have (sorted): what a test
+    // made there, and any temporary file left behind.
+    std::vector<std::string> new_entries(const std::string &absolute) const;
 
     Sandbox sandbox_;
 };
