@@ -56,9 +56,9 @@ KOVA_BEGIN_DECLS
 #define KOVA_USER_NAME_MAX_CHARS 64
 
 /* One user, one heap block: this header, then copies of its strings. A NULL string given to
- * KOVAUserAlloc points at an empty string at the end of the block (szPassword and szMail stay
- * NULL where the record has none). cbAlloc is the block's allocated size, so that the next
- * KOVAUserAlloc into the same pointer can reuse it. */
+ * KOVAUserAlloc points at an empty string at the end of the block, so no string of a record is
+ * ever NULL (a user without a mail address has szMail ""). cbAlloc is the block's allocated
+ * size, so that the next KOVAUserAlloc into the same pointer can reuse it. */
 typedef struct _tag_KOVAUSER {
     char *szName;
     char *szPassword; /* the password hash of the shadow line (clear text into KOVAUserSet) */
