@@ -117,9 +117,20 @@ int open_stores(const Family &family, void *handle, const char *base, bool creat
     return 0;
 }
 
+// Under the cache's lock, a store being created at base is this process's own: a file at a
+// store's creation name was left by a creator that was killed, and would hold up the next.
+void remove_creation_leftovers(const Family &family, const char *base) {
+    for (const Store &store : family.stores) {
+        char leftover[PATH_MAX];
+        if (bdb::creation_name(StorePath(base, store.suffix).c_str(), leftover, sizeof leftover))
+            sys::unlink(leftover);
+    }
+}
+
 // Opens the set at base, creating and building it where a store is missing. The caller holds
 // the cache's lock. 1 built, 0 opened, -1.
 int open_locked(const Family &family, void **handle, const char *base) {
+    remove_creation_leftovers(family, base);
     void *fresh = new_handle(family);
     if (fresh == nullptr) return -1;
     bool created = false;

@@ -64,15 +64,6 @@ int check_header(const char *path, const struct stat &st) {
     return 0;
 }
 
-// "<dir>/__db.<name>": where the library writes a new store before renaming it into place.
-bool creation_name(const char *path, char *out, size_t size) {
-    const char *slash = strrchr(path, '/');
-    const int dir_len = slash == nullptr ? 0 : static_cast<int>(slash - path + 1);
-    const char *name = slash == nullptr ? path : slash + 1;
-    const int n = snprintf(out, size, "%.*s__db.%s", dir_len, path, name);
-    return n > 0 && static_cast<size_t>(n) < size;
-}
-
 // A file at the creation name makes the library retry without end. One of our own that a
 // killed creator left is removed; another creator's is given a second; anything else refuses.
 int clear_creation_name(const char *path) {
@@ -90,6 +81,14 @@ int clear_creation_name(const char *path) {
 }
 
 }  // namespace
+
+bool creation_name(const char *path, char *out, size_t size) {
+    const char *slash = strrchr(path, '/');
+    const int dir_len = slash == nullptr ? 0 : static_cast<int>(slash - path + 1);
+    const char *name = slash == nullptr ? path : slash + 1;
+    const int n = snprintf(out, size, "%.*s__db.%s", dir_len, path, name);
+    return n > 0 && static_cast<size_t>(n) < size;
+}
 
 int check_store_file(const char *path, int flags) {
     struct stat st {};

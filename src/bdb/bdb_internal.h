@@ -86,6 +86,8 @@ int reserved_int_read(PKOVABDB db, const char *key, int32_t key_len, int32_t *va
 // (EINVAL for what is no btree store or no regular file, EISDIR, EEXIST for a creation that
 // another file blocks).
 int check_store_file(const char *path, int flags);
+// "<dir>/__db.<name>": where the library writes a new store before renaming it into place.
+bool creation_name(const char *path, char *out, size_t size);
 
 // The library's del: 0 deleted, 1 absent (nothing raised), -1 failed (logged and raised).
 int delete_key(PKOVABDB db, const void *key, int32_t key_len);

@@ -156,6 +156,27 @@ static void proc_family(void) {
     CHECK(BlKLIBProcAlive(0) == 1); /* our own process group */
 }
 
+static void user_family(void) {
+    PKOVAUSER user = NULL;
+    char line[128];
+    union {
+        KOVAUSER header;
+        char bytes[256];
+    } buffer;
+    CHECK(sizeof(KOVAUSERDB) == 5 * sizeof(PKOVABDB));
+    CHECK(KOVAUserAlloc(&user, "carol", NULL, 1028, 100, "Sales;, EMEA", NULL, "/bin/csh", 0, NULL,
+                        7) == 0);
+    CHECK(user != NULL && user->type == KOVA_USER_TYPE_LOCAL && strcmp(user->szMail, "") == 0);
+    CHECK(KOVAUserDBPack(user, line, sizeof line) ==
+          (int)strlen("carol:x:1028:100:Sales;, EMEA::/bin/csh") + 1);
+    CHECK(KOVAUserDBPasswdUnpack(line, &buffer.header, sizeof buffer) == 0);
+    CHECK(strcmp(buffer.header.szDescription, "Sales: EMEA") == 0 && buffer.header.uid == 1028);
+    KOVAUserFree(user);
+    CHECK(BlKLIBIsUserName("carol") == 1 && BlKLIBIsUserName("a:b") == 0);
+    CHECK(KOVAUserRandomNumMap2Seed(-63) == '/' && KOVAUserRandomNumMap2Seed(10) == 'A');
+    CHECK(KOVAUserIsExpired(1) == 1 && KOVAUserIsExpired(1000000) == 0);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -164,6 +185,7 @@ int main(void) {
     string_family();
     file_family();
     proc_family();
+    user_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

@@ -312,6 +312,13 @@ TEST_F(UserTest, CacheFollowsTheFiles) {
     EXPECT_EQ(KOVAUserDBCheckAndRebuild(&held), 0);
     EXPECT_EQ(KOVAUserDBGet(held, "ERIN", &user), 0);
     KOVAUserDBClose(held);
+
+    // A builder killed while the library created a store leaves a fresh file at the store's
+    // creation name; the next builder, holding the lock, is not held up by it.
+    write_file(path("/tmp/__db..db.user.tmp.name.0850"), "");
+    ASSERT_EQ(unlink(path("/tmp/.db.user.name.0850").c_str()), 0);
+    ASSERT_EQ(KOVAUserGet("alice", &user), 0);
+    EXPECT_FALSE(file_exists(path("/tmp/__db..db.user.tmp.name.0850")));
     KOVAUserFree(user);
 }
 

@@ -78,6 +78,14 @@ class UserProcess : public UserTest {
     }
 };
 
+// The last failure, for a message: its code and where it was raised.
+std::string failure() {
+    char code[16];
+    snprintf(code, sizeof code, "0x%04X", KLIBErrGet());
+    return std::string(code) + " at " + KOVAErrorGetFile() + ":" +
+           std::to_string(KOVAErrorGetLine());
+}
+
 int create(const std::string &name) {
     User user(name.c_str(), "secret");
     return KOVAUserSetOne(nullptr, user.p);
@@ -173,7 +181,7 @@ TEST_F(UserProcess, WritersKilledAtRandomLeaveAgreeingFiles) {
         ASSERT_TRUE(all_whole()) << "round " << round;
 
         User admin;
-        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0) << "round " << round;
+        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0) << "round " << round << ": " << failure();
         ASSERT_TRUE(files_agree()) << "round " << round;
         ASSERT_TRUE(no_tmp_files()) << "round " << round;
         User user;
@@ -208,7 +216,8 @@ TEST_F(UserProcess, AWriterKilledAtEachRenameIsCompletedOrUndone) {
         ASSERT_TRUE(all_whole()) << "killed at rename " << nth;
 
         User admin;
-        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0);
+        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0)
+            << "killed at rename " << nth << ": " << failure();
         ASSERT_TRUE(files_agree()) << "killed at rename " << nth;
         ASSERT_TRUE(no_tmp_files()) << "killed at rename " << nth;
         User user;
