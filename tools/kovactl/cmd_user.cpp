@@ -109,8 +109,8 @@ int user_list(int argc, char **argv) {
     const char *prefix = option(argc, argv, "--prefix");
     PKLIBSZLIST names = PslKLIBSzListAlloc(0);
     if (names == nullptr) return report_failure("user list");
-    const int n = prefix != nullptr ? KOVAUserEnumByPrefix(&names, mask, prefix)
-                                    : KOVAUserEnum(&names, mask);
+    const int n =
+        prefix != nullptr ? KOVAUserEnumByPrefix(&names, mask, prefix) : KOVAUserEnum(&names, mask);
     if (n < 0) {
         KLIBSzListFree(names);
         return report_failure("user list");
@@ -167,14 +167,28 @@ int build_user(int argc, char **argv, const KOVAUSER *base, const char *name, PK
     const bool renamed = base != nullptr && strcmp(base->szName, name) != 0;
     // A renamed user's home follows the name unless given.
     const char *kept_home = base != nullptr && !renamed ? base->szHomeDir : nullptr;
-    if (KOVAUserAlloc(out, name, password != nullptr ? password : base ? base->szPassword : "",
+    if (KOVAUserAlloc(out, name,
+                      password != nullptr ? password
+                      : base              ? base->szPassword
+                                          : "",
                       base != nullptr ? base->uid : 0,
-                      gid != nullptr ? static_cast<uint32_t>(atol(gid)) : base ? base->gid : 100,
-                      description != nullptr ? description : base ? base->szDescription : "",
+                      gid != nullptr ? static_cast<uint32_t>(atol(gid))
+                      : base         ? base->gid
+                                     : 100,
+                      description != nullptr ? description
+                      : base                 ? base->szDescription
+                                             : "",
                       home != nullptr ? home : kept_home,
-                      shell != nullptr ? shell : base ? base->szShell : nullptr, day,
-                      mail != nullptr ? mail : base ? base->szMail : nullptr,
-                      privilege != nullptr ? atoi(privilege) : base ? base->privilege : 0) != 0) {
+                      shell != nullptr ? shell
+                      : base           ? base->szShell
+                                       : nullptr,
+                      day,
+                      mail != nullptr ? mail
+                      : base          ? base->szMail
+                                      : nullptr,
+                      privilege != nullptr ? atoi(privilege)
+                      : base               ? base->privilege
+                                           : 0) != 0) {
         return report_failure("user");
     }
     return 0;
@@ -232,9 +246,9 @@ int cmd_user(int argc, char **argv) {
         const char *name;
         int (*run)(int, char **);
     };
-    static constexpr Sub kSubs[] = {{"list", user_list},     {"get", user_get}, {"add", user_add},
-                                    {"set", user_set},       {"del", user_del},
-                                    {"passwd", user_passwd}};
+    static constexpr Sub kSubs[] = {{"list", user_list}, {"get", user_get},
+                                    {"add", user_add},   {"set", user_set},
+                                    {"del", user_del},   {"passwd", user_passwd}};
     for (const Sub &sub : kSubs)
         if (strcmp(argv[1], sub.name) == 0) return sub.run(argc, argv);
     fprintf(stderr, "kovactl: user: unknown command '%s'\n", argv[1]);
