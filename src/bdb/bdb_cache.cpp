@@ -2,6 +2,7 @@
 #include "bdb/bdb_cache.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "bdb/bdb_internal.h"
 #include "core/alloc.h"
@@ -31,13 +33,6 @@ constexpr useconds_t kLockPollMicroseconds = 50000;
 // within one second. A reserved record of this implementation; others ignore it.
 constexpr char kFingerprintKey[] = "#KOVA@SYNC@FILE";
 constexpr int32_t kFingerprintKeyLen = 15;
-struct Fingerprint {
-    int64_t dev;
-    int64_t ino;
-    int64_t size;
-    int64_t nsec;
-};
-
 Fingerprint fingerprint_of(const struct stat &st) {
     return {static_cast<int64_t>(st.st_dev), static_cast<int64_t>(st.st_ino),
             static_cast<int64_t>(st.st_size), static_cast<int64_t>(st.st_mtim.tv_nsec)};
@@ -476,6 +471,125 @@ bool Change::install() {
         return false;
     }
     return open_locked(family_, live_, RootedPath(family_.base).c_str()) >= 0;
+}
+
+namespace {
+
+// Every kept handle, for the fork handlers.
+std::mutex g_kept_mutex;
+std::vector<Kept *> &all_kept() {
+    static std::vector<Kept *> kept;
+    return kept;
+}
+
+}  // namespace
+
+Kept::Kept(const Family &family) : family_(family) {
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        pthread_atfork(Kept::before_fork, Kept::after_fork_in_parent, Kept::after_fork_in_child);
+    });
+    const std::lock_guard guard(g_kept_mutex);
+    all_kept().push_back(this);
+}
+
+// No thread may hold a kept handle across fork: the child would find its lock taken.
+void Kept::before_fork() {
+    g_kept_mutex.lock();
+    for (Kept *kept : all_kept())
+        kept->mutex_.lock();
+}
+
+void Kept::after_fork_in_parent() {
+    for (Kept *kept : all_kept())
+        kept->mutex_.unlock();
+    g_kept_mutex.unlock();
+}
+
+void Kept::after_fork_in_child() {
+    for (Kept *kept : all_kept()) {
+        kept->inherited_ = kept->handle_ != nullptr;
+        kept->mutex_.unlock();
+    }
+    g_kept_mutex.unlock();
+}
+
+void Kept::forget() {
+    free_handle(family_, handle_);
+    handle_ = nullptr;
+}
+
+// What the open stores are and what they were built from.
+bool Kept::remember() {
+    for (size_t i = 0; i < family_.stores.size(); ++i) {
+        PKOVABDB db = store_of(family_, handle_, i);
+        struct stat st {};
+        if (sys::fstat(db->pDb->fd(db->pDb), &st) != 0) return false;
+        dev_[i] = st.st_dev;
+        ino_[i] = st.st_ino;
+        marks_[i] = Mark{};
+        const Store &store = family_.stores[i];
+        if (store.source == nullptr || !store.checked) continue;
+        int32_t *sync = nullptr;
+        void *print = nullptr;
+        int32_t size = 0;
+        const bool got = KOVABDbConfSyncTimeGet(db, &sync) == 0 &&
+                         KOVABDbGet(db, kFingerprintKey, kFingerprintKeyLen, &print, &size) == 0 &&
+                         size == sizeof(Fingerprint);
+        if (got) {
+            marks_[i].sync = *sync;
+            memcpy(&marks_[i].print, print, sizeof(Fingerprint));
+            marks_[i].set = true;
+        }
+        free(sync);
+        free(print);
+        if (!got) return false;
+    }
+    return true;
+}
+
+bool Kept::unchanged() const {
+    // A rebuild or change renames the whole set in store order: while the last store is the
+    // one held, no other process has put a set in place since it was opened.
+    const size_t last = family_.stores.size() - 1;
+    struct stat held {};
+    if (stat(StorePath(RootedPath(family_.base).c_str(), family_.stores[last].suffix).c_str(),
+             &held) != 0 ||
+        held.st_size < kMinStoreSize || held.st_dev != dev_[last] || held.st_ino != ino_[last]) {
+        return false;
+    }
+    for (size_t i = 0; i < family_.stores.size(); ++i) {
+        if (!marks_[i].set) continue;
+        struct stat st {};
+        if (stat(RootedPath(family_.stores[i].source).c_str(), &st) != 0) return false;
+        const Fingerprint now = fingerprint_of(st);
+        if (static_cast<int32_t>(st.st_mtime) != marks_[i].sync ||
+            memcmp(&now, &marks_[i].print, sizeof now) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void *Kept::current() {
+    if (inherited_) {
+        forget();  // the parent's: closed here, still open there
+        inherited_ = false;
+    }
+    if (handle_ != nullptr && unchanged()) return handle_;
+    if (family_.recover != nullptr) family_.recover();
+    if (handle_ == nullptr) {
+        handle_ = open(family_);
+    } else if (check_and_rebuild(family_, &handle_) < 0) {
+        forget();
+    }
+    // A source that changed again meanwhile only costs a full check at the next use.
+    if (handle_ != nullptr && !remember()) {
+        for (Mark &mark : marks_)
+            mark.set = false;
+        dev_.fill(0);
+    }
+    return handle_;
 }
 
 }  // namespace kova::cache

@@ -17,8 +17,12 @@
 // second is still seen as changed.
 #pragma once
 
+#include <sys/types.h>
+
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <span>
 
 #include "kovasdk/bdb.h"
@@ -42,7 +46,11 @@ struct Family {
     size_t handle_size;             // the family's handle: a record of PKOVABDB slots
     PKOVABDB *(*slot)(void *handle, size_t store);
     int (*build)(void *handle);  // fills the open, empty stores; 0 or -1
+    // Completes or undoes a change of the text files that a killed writer left (may be null).
+    void (*recover)();
 };
+
+inline constexpr size_t kMaxStores = 8;
 
 // The defined operations, for the family's exported functions.
 int open_file(const Family &family, void **handle, const char *base);
@@ -89,6 +97,59 @@ class Change {
     void **live_;
     Lock lock_;
     void *handle_ = nullptr;
+};
+
+// What a store records of its source beside the sync time.
+struct Fingerprint {
+    int64_t dev;
+    int64_t ino;
+    int64_t size;
+    int64_t nsec;
+};
+
+// The live cache as the account operations of one process read it: opened on first use and
+// kept open between calls. Each use checks it the cheap way: the last store of the set still
+// the file at its path (every replacement renames the whole set, that one last), every source
+// unchanged since the build (compared with what the stores recorded when they were opened).
+// Only when something differs do the family's recovery and the full check (and rebuild) run.
+// Uses are serialised within the process; a child after fork opens its own.
+class Kept {
+  public:
+    explicit Kept(const Family &family);
+    Kept(const Kept &) = delete;
+    Kept &operator=(const Kept &) = delete;
+
+    // read(void *handle) with the checked live handle; its result, or -1 when the cache cannot
+    // be opened (raised).
+    template <class Read>
+    int read(Read &&read) {
+        const std::lock_guard guard(mutex_);
+        void *handle = current();
+        return handle != nullptr ? read(handle) : -1;
+    }
+
+    static void before_fork();
+    static void after_fork_in_parent();
+    static void after_fork_in_child();
+
+  private:
+    struct Mark {
+        int32_t sync = 0;
+        Fingerprint print{};
+        bool set = false;
+    };
+    void *current();
+    bool unchanged() const;
+    bool remember();
+    void forget();
+
+    const Family &family_;
+    std::mutex mutex_;
+    void *handle_ = nullptr;
+    std::array<dev_t, kMaxStores> dev_{};
+    std::array<ino_t, kMaxStores> ino_{};
+    std::array<Mark, kMaxStores> marks_{};
+    bool inherited_ = false;  // opened by the parent of a fork
 };
 
 }  // namespace kova::cache

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -90,7 +91,13 @@ bool creation_name(const char *path, char *out, size_t size) {
     return n > 0 && static_cast<size_t>(n) < size;
 }
 
-int check_store_file(const char *path, int flags) {
+unsigned cache_size_for(off_t size) {
+    constexpr off_t kDefault = 256 * 1024, kStep = 1024 * 1024, kMax = 16 * kStep;
+    if (size <= kDefault) return 0;
+    return static_cast<unsigned>(std::min(kMax, (size + kStep - 1) / kStep * kStep));
+}
+
+int check_store_file(const char *path, int flags, off_t *size) {
     struct stat st {};
     if (stat(path, &st) != 0) {
         if (errno == ENOENT && (flags & O_CREAT) != 0) return clear_creation_name(path);
@@ -98,6 +105,7 @@ int check_store_file(const char *path, int flags) {
     }
     if (S_ISDIR(st.st_mode)) return EISDIR;
     if (!S_ISREG(st.st_mode)) return EINVAL;  // a FIFO would block the open
+    *size = st.st_size;
     return st.st_size == 0 ? 0 : check_header(path, st);
 }
 

@@ -85,7 +85,10 @@ int reserved_int_read(PKOVABDB db, const char *key, int32_t key_len, int32_t *va
 // Checks a path before dbopen: 0 when the library may have it, else the errno to fail with
 // (EINVAL for what is no btree store or no regular file, EISDIR, EEXIST for a creation that
 // another file blocks).
-int check_store_file(const char *path, int flags);
+int check_store_file(const char *path, int flags, off_t *size);
+// The page cache for a store of this size: 0 (the library's default) up to a quarter MiB, the
+// file's size (whole MiB) above that, at most 16 MiB.
+unsigned cache_size_for(off_t size);
 // "<dir>/__db.<name>": where the library writes a new store before renaming it into place.
 bool creation_name(const char *path, char *out, size_t size);
 

@@ -38,12 +38,16 @@ PKOVABDB KOVABDbOpen(const char *szPath, int flags, int dupMode) {
         return nullptr;
     }
 
-    BTREEINFO dup_info{};
-    dup_info.flags = R_DUP;
-    const int refused = kova::bdb::check_store_file(szPath, flags);
+    off_t size = 0;
+    const int refused = kova::bdb::check_store_file(szPath, flags, &size);
     if (refused == 0) {
-        handle->pDb =
-            dbopen(szPath, flags, 0666, DB_BTREE, dupMode == KOVA_BDB_DUP ? &dup_info : nullptr);
+        // The default parameters; only the page cache grows with a large file, so that a
+        // lookup in a store of thousands of accounts is not a read of the disk file.
+        BTREEINFO info{};
+        info.flags = dupMode == KOVA_BDB_DUP ? R_DUP : 0;
+        info.cachesize = kova::bdb::cache_size_for(size);
+        const bool defaults = info.flags == 0 && info.cachesize == 0;
+        handle->pDb = dbopen(szPath, flags, 0666, DB_BTREE, defaults ? nullptr : &info);
     }
     if (handle->pDb == nullptr) {
         const int err = refused != 0 ? refused : errno;

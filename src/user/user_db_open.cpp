@@ -38,12 +38,18 @@ constexpr cache::Family kFamily = {
     sizeof(KOVAUSERDB),
     slot,
     build,
+    recover_text_files,
 };
 
 }  // namespace
 
 const cache::Family &family() {
     return kFamily;
+}
+
+cache::Kept &kept() {
+    static auto *kept = new cache::Kept(kFamily);  // open until the process ends
+    return *kept;
 }
 
 }  // namespace kova::user

@@ -8,24 +8,21 @@ int KOVAUserGet(const char *szName, PKOVAUSER *ppUser) {
     if (szName == nullptr || ppUser == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
     char upper[kKeySize];
     if (upper_key(szName, upper) < 0) return kova::fail(ERR_NO_SUCH_USER);
-    PKOVAUSERDB db = KOVAUserDBOpen();
-    if (db == nullptr) return -1;
-    const int result = KOVAUserDBGet(db, upper, ppUser);
-    KOVAUserDBClose(db);
-    return result;
+    return kept().read(
+        [&](void *db) { return KOVAUserDBGet(static_cast<PKOVAUSERDB>(db), upper, ppUser); });
 }
 
 int KOVAUserGetByUID(uint32_t uid, PKOVAUSER *ppUser) {
     using namespace kova::user;
     if (ppUser == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
-    PKOVAUSERDB db = KOVAUserDBOpen();
-    if (db == nullptr) return -1;
     char id[16];
     uid_key(uid, id);
-    Text upper;
-    int result = get_text(db->pPWDUid, id, kUidKeyLen, &upper.data, &upper.cap);
-    if (result != 0 && KLIBErrGet() == ERR_KEY_NOT_FOUND) result = kova::fail(ERR_NO_SUCH_USER);
-    if (result == 0) result = KOVAUserDBGet(db, upper.data, ppUser);
-    KOVAUserDBClose(db);
-    return result;
+    return kept().read([&](void *handle) {
+        auto *db = static_cast<PKOVAUSERDB>(handle);
+        Text upper;
+        int result = get_text(db->pPWDUid, id, kUidKeyLen, &upper.data, &upper.cap);
+        if (result != 0 && KLIBErrGet() == ERR_KEY_NOT_FOUND) result = kova::fail(ERR_NO_SUCH_USER);
+        if (result == 0) result = KOVAUserDBGet(db, upper.data, ppUser);
+        return result;
+    });
 }

@@ -52,6 +52,8 @@ void uid_key(uint32_t uid, char (&key)[16]);
 
 // The cache's description for the shared protocol, and the handle's typed form of it.
 const cache::Family &family();
+// The live cache as this process's account operations read it.
+cache::Kept &kept();
 inline void **as_handle(PKOVAUSERDB *db) {
     return reinterpret_cast<void **>(db);
 }

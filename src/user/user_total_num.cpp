@@ -54,22 +54,21 @@ int enumerate(PKLIBSZLIST *list, int mask, const char *prefix) {
         prefix_len = upper_key(prefix, upper_prefix) - 1;
         if (prefix_len < 0) return -1;
     }
-    PKOVAUSERDB db = KOVAUserDBOpen();
-    if (db == nullptr) return -1;
     int count = 0;
-    const int walked = each_user(db, mask, [&](const char *name) {
-        if (prefix_len > 0) {
-            char upper[kKeySize];
-            if (upper_key(name, upper) < 0 ||
-                strncmp(upper, upper_prefix, static_cast<size_t>(prefix_len)) != 0) {
-                return true;
+    const int walked = kept().read([&](void *db) {
+        return each_user(static_cast<PKOVAUSERDB>(db), mask, [&](const char *name) {
+            if (prefix_len > 0) {
+                char upper[kKeySize];
+                if (upper_key(name, upper) < 0 ||
+                    strncmp(upper, upper_prefix, static_cast<size_t>(prefix_len)) != 0) {
+                    return true;
+                }
             }
-        }
-        if (KLIBSzListPush(list, name) < 0) return false;
-        ++count;
-        return true;
+            if (KLIBSzListPush(list, name) < 0) return false;
+            ++count;
+            return true;
+        });
     });
-    KOVAUserDBClose(db);
     return walked != 0 ? -1 : count;
 }
 
@@ -79,11 +78,8 @@ int KOVAUserTotalNum(int typeMask) {
     if ((typeMask & (KOVA_USER_MASK_LOCAL | KOVA_USER_MASK_DOMAIN)) == 0) {
         return kova::fail(ERR_BAD_PARAMETERS);
     }
-    PKOVAUSERDB db = KOVAUserDBOpen();
-    if (db == nullptr) return -1;
-    const int count = kova::user::total(db, typeMask);
-    KOVAUserDBClose(db);
-    return count;
+    return kova::user::kept().read(
+        [&](void *db) { return kova::user::total(static_cast<PKOVAUSERDB>(db), typeMask); });
 }
 
 int KOVAConfGetUserLimit(void) {

@@ -30,6 +30,14 @@ int fields_of(const std::string &line) {
     return static_cast<int>(std::count(line.begin(), line.end(), ':')) + 1;
 }
 
+// The last failure, for a message: its code and where it was raised.
+std::string failure() {
+    char code[16];
+    snprintf(code, sizeof code, "0x%04X", KLIBErrGet());
+    return std::string(code) + " at " + KOVAErrorGetFile() + ":" +
+           std::to_string(KOVAErrorGetLine());
+}
+
 class UserProcess : public UserTest {
   protected:
     // Every line of the file whole: it ends in a newline and each account line has its
@@ -76,15 +84,26 @@ class UserProcess : public UserTest {
     bool in_passwd(const std::string &name) const {
         return text("/etc/passwd").find("\n" + name + ":") != std::string::npos;
     }
+    // After a writer was killed: the next program's first call of the family leaves the four
+    // files agreeing and no temporary file, and this process's cache follows the files as to
+    // the user the writer was changing.
+    ::testing::AssertionResult settled_by_the_next_call(const std::string &name) const {
+        const int status = wait_child(fork_child([] {
+            User admin;
+            if (KOVAUserGet("admin", &admin.p) == 0) return 0;
+            fprintf(stderr, "KOVAUserGet: %s\n", failure().c_str());
+            return 1;
+        }));
+        if (status != 0) return ::testing::AssertionFailure() << "the next call failed";
+        if (!files_agree()) return ::testing::AssertionFailure() << "the files disagree";
+        if (!no_tmp_files()) return ::testing::AssertionFailure() << "a .tmp file is left";
+        User user;
+        if ((KOVAUserGet(name.c_str(), &user.p) == 0) != in_passwd(name)) {
+            return ::testing::AssertionFailure() << "the cache disagrees on " << name;
+        }
+        return ::testing::AssertionSuccess();
+    }
 };
-
-// The last failure, for a message: its code and where it was raised.
-std::string failure() {
-    char code[16];
-    snprintf(code, sizeof code, "0x%04X", KLIBErrGet());
-    return std::string(code) + " at " + KOVAErrorGetFile() + ":" +
-           std::to_string(KOVAErrorGetLine());
-}
 
 int create(const std::string &name) {
     User user(name.c_str(), "secret");
@@ -126,6 +145,27 @@ TEST_F(UserProcess, ReadersSeeEveryAccountWhileAWriterWorks) {
     EXPECT_TRUE(files_agree());
     EXPECT_TRUE(no_tmp_files());
     EXPECT_TRUE(cache_follows_passwd());
+}
+
+// A process keeps its cache open between calls: it still sees what another process changed,
+// and a different appliance root is a different cache.
+TEST_F(UserProcess, AKeptCacheFollowsOtherWritersAndTheRoot) {
+    User user;
+    ASSERT_EQ(KOVAUserGet("alice", &user.p), 0);
+    ASSERT_EQ(wait_child(fork_child([] { return create("zed"); })), 0);
+    ASSERT_EQ(KOVAUserGet("zed", &user.p), 0);
+    EXPECT_EQ(user->uid, 1028u);
+    ASSERT_EQ(wait_child(fork_child([] { return KOVAUserDelete("alice"); })), 0);
+    EXPECT_EQ(KOVAUserGet("alice", &user.p), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_NO_SUCH_USER);
+    {
+        Sandbox other;  // KOVA_ROOT points at a fresh appliance meanwhile
+        EXPECT_EQ(KOVAUserGet("zed", &user.p), -1);
+        ASSERT_EQ(KOVAUserGet("alice", &user.p), 0);
+        EXPECT_EQ(user->uid, 1026u);
+    }
+    EXPECT_EQ(KOVAUserGet("zed", &user.p), 0);
+    EXPECT_EQ(KOVAUserGet("alice", &user.p), -1);
 }
 
 // Writers in parallel lose nothing and never hand out one id twice.
@@ -180,12 +220,7 @@ TEST_F(UserProcess, WritersKilledAtRandomLeaveAgreeingFiles) {
         ASSERT_EQ(wait_child(writer), -1) << "the writer failed before it was killed";
         ASSERT_TRUE(all_whole()) << "round " << round;
 
-        User admin;
-        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0) << "round " << round << ": " << failure();
-        ASSERT_TRUE(files_agree()) << "round " << round;
-        ASSERT_TRUE(no_tmp_files()) << "round " << round;
-        User user;
-        EXPECT_EQ(KOVAUserGet(name.c_str(), &user.p) == 0, in_passwd(name)) << "round " << round;
+        ASSERT_TRUE(settled_by_the_next_call(name)) << "round " << round;
     }
     EXPECT_TRUE(cache_follows_passwd());
 }
@@ -215,13 +250,7 @@ TEST_F(UserProcess, AWriterKilledAtEachRenameIsCompletedOrUndone) {
         ASSERT_NE(status, 2);
         ASSERT_TRUE(all_whole()) << "killed at rename " << nth;
 
-        User admin;
-        ASSERT_EQ(KOVAUserGet("admin", &admin.p), 0)
-            << "killed at rename " << nth << ": " << failure();
-        ASSERT_TRUE(files_agree()) << "killed at rename " << nth;
-        ASSERT_TRUE(no_tmp_files()) << "killed at rename " << nth;
-        User user;
-        EXPECT_EQ(KOVAUserGet(name.c_str(), &user.p) == 0, in_passwd(name)) << nth;
+        ASSERT_TRUE(settled_by_the_next_call(name)) << "killed at rename " << nth;
         if (status == 0) break;  // the change had fewer renames: all were tried
         ++killed;
     }
