@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <iterator>
 
 #include "bdb/bdb_internal.h"
 #include "core/alloc.h"
@@ -475,11 +475,14 @@ bool Change::install() {
 
 namespace {
 
-// Every kept handle, for the fork handlers.
+// Every kept handle (one per family), for the fork and exit handlers. Plain storage: the exit
+// handler runs after static destructors may have.
 std::mutex g_kept_mutex;
-std::vector<Kept *> &all_kept() {
-    static std::vector<Kept *> kept;
-    return kept;
+Kept *g_kept[4];
+size_t g_kept_count = 0;
+
+std::span<Kept *> all_kept() {
+    return {g_kept, g_kept_count};
 }
 
 }  // namespace
@@ -488,9 +491,11 @@ Kept::Kept(const Family &family) : family_(family) {
     static std::once_flag registered;
     std::call_once(registered, [] {
         pthread_atfork(Kept::before_fork, Kept::after_fork_in_parent, Kept::after_fork_in_child);
+        atexit(Kept::at_exit);
     });
     const std::lock_guard guard(g_kept_mutex);
-    all_kept().push_back(this);
+    if (g_kept_count == std::size(g_kept)) abort();  // a family more than the table was made for
+    g_kept[g_kept_count++] = this;
 }
 
 // No thread may hold a kept handle across fork: the child would find its lock taken.
@@ -512,6 +517,17 @@ void Kept::after_fork_in_child() {
         kept->mutex_.unlock();
     }
     g_kept_mutex.unlock();
+}
+
+// The stores are closed (and their memory given back) when the process ends normally; one in
+// use by another thread at that moment is left to the system.
+void Kept::at_exit() {
+    const std::lock_guard guard(g_kept_mutex);
+    for (Kept *kept : all_kept()) {
+        if (!kept->mutex_.try_lock()) continue;
+        kept->forget();
+        kept->mutex_.unlock();
+    }
 }
 
 void Kept::forget() {

@@ -131,6 +131,7 @@ class Kept {
     static void before_fork();
     static void after_fork_in_parent();
     static void after_fork_in_child();
+    static void at_exit();
 
   private:
     struct Mark {

@@ -6,12 +6,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <string_view>
 
+#include "core/alloc.h"
 #include "core/rewrite.h"
 #include "core/root.h"
 #include "kovasdk/proc.h"
@@ -23,39 +26,89 @@ namespace {
 constexpr char kGuestModule[] = "uams_guest.so";
 constexpr char kNoGuestModule[] = "uams_noguest.so";
 constexpr char kUamList[] = "-uamlist";
+constexpr size_t kMailLineSize = 1024;
 
 void step_failed(const char *step) {
     log_at(LOG_ERR, Site(), "%s:%d %s failed. kovaerr=0x%04X", step, KLIBErrGet());
 }
 
-// The user's first field ("name" or "name:...") in a line of a per-user list.
-bool names_user(std::string_view line, const char *name) {
-    const size_t end = line.find_first_of(":\n");
-    const std::string_view first = line.substr(0, end);
-    return first.size() == strlen(name) && strncasecmp(first.data(), name, first.size()) == 0;
+// One user's line in a per-user list: the lines naming old_name or name give way to line
+// (nothing when it is null), appended at the end.
+struct ListChange {
+    const char *old_name;
+    const char *name;
+    const char *line;
+};
+
+int compare_names(const void *a, const void *b) {
+    return strcasecmp(*static_cast<const char *const *>(a), *static_cast<const char *const *>(b));
 }
 
-// Rewrites a per-user list: the lines of old_name (and of the user's name) give way to line
-// (nothing when it is null), appended at the end. A missing list is created.
-bool update_list(const char *list, const char *old_name, const char *name, const char *line) {
+// The names whose lines a rewrite drops, sorted for lookup.
+class Names {
+  public:
+    explicit Names(std::span<const ListChange> changes)
+        : names_(static_cast<const char **>(xcalloc(2 * changes.size() + 1, sizeof(char *)))) {
+        if (names_ == nullptr) return;
+        for (const ListChange &change : changes) {
+            names_[count_++] = change.name;
+            if (change.old_name != nullptr) names_[count_++] = change.old_name;
+        }
+        qsort(names_, count_, sizeof *names_, compare_names);
+    }
+    Names(const Names &) = delete;
+    Names &operator=(const Names &) = delete;
+    ~Names() { free(names_); }
+    bool ok() const { return names_ != nullptr; }
+
+    // Whether the line's first field ("name" or "name:...") is one of the names.
+    bool names(std::string_view line) const {
+        char first[4 * KOVA_USER_NAME_MAX_CHARS + 1];
+        const size_t end = std::min(line.find_first_of(":\n"), line.size());
+        if (end >= sizeof first) return false;
+        memcpy(first, line.data(), end);
+        first[end] = '\0';
+        const char *key = first;
+        return bsearch(&key, names_, count_, sizeof *names_, compare_names) != nullptr;
+    }
+
+  private:
+    const char **names_;
+    size_t count_ = 0;
+};
+
+// Rewrites a per-user list once for all the changes. A missing list is created.
+bool update_list(const char *list, std::span<const ListChange> changes) {
+    const Names names(changes);
+    if (!names.ok()) {
+        fail(ERR_OUT_OF_MEMORY);
+        return false;
+    }
     const RootedPath path(list);
     Rewrite rewrite(path.c_str(), {});
     const Rewrite::Opened opened = rewrite.open();
     if (opened == Rewrite::Opened::kFailed) return false;
+    const bool adds = std::any_of(changes.begin(), changes.end(),
+                                  [](const ListChange &change) { return change.line != nullptr; });
     if (opened == Rewrite::Opened::kMissing) {
-        if (line == nullptr) return true;
+        if (!adds) return true;
         if (!rewrite.start_new(0644)) return false;
     }
     const bool kept = rewrite.each_line([&](LineReader &reader) {
-        if (names_user(reader.line(), name) ||
-            (old_name != nullptr && names_user(reader.line(), old_name))) {
-            return true;
-        }
-        return rewrite.put(reader.line());
+        return names.names(reader.line()) || rewrite.put(reader.line());
     });
     if (!kept) return false;
-    if (line != nullptr && !(rewrite.put(line) && rewrite.put("\n"))) return false;
+    for (const ListChange &change : changes) {
+        if (change.line != nullptr && !(rewrite.put(change.line) && rewrite.put("\n"))) {
+            return false;
+        }
+    }
     return rewrite.commit();
+}
+
+bool update_list(const char *list, const char *old_name, const char *name, const char *line) {
+    const ListChange change{old_name, name, line};
+    return update_list(list, {&change, 1});
 }
 
 // The guest module follows the guest account: offered while it is not expired.
@@ -79,23 +132,6 @@ void afp_guest_module(const KOVAUSER &user) {
                rewrite.put(line.substr(at + strlen(from)));
     });
     if (!ok || !rewrite.commit()) step_failed("afpd.conf guest module");
-}
-
-void mail_group(const char *old_name, const KOVAUSER &user) {
-    const bool has_mail = user.szMail != nullptr && user.szMail[0] != '\0';
-    char line[1024];
-    snprintf(line, sizeof line, "%s:%s", user.szName, has_mail ? user.szMail : "");
-    if (!update_list(kMailGroup, old_name, user.szName, has_mail ? line : nullptr)) {
-        step_failed("mail group");
-    }
-}
-
-void ftp_chroot(const char *old_name, const KOVAUSER &user) {
-    // The administrator sees every share; everyone else stays in the home folder.
-    const bool chrooted = strcasecmp(user.szName, kAdmin) != 0;
-    if (!update_list(kFtpChroot, old_name, user.szName, chrooted ? user.szName : nullptr)) {
-        step_failed("FTP chroot list");
-    }
 }
 
 void home_folder(const KOVAUSER *old_user, const KOVAUSER &user) {
@@ -130,15 +166,37 @@ void modify_group(const KOVAUSER *, const KOVAUSER *) {}
 // The network-backup daemon keeps its own credentials; told of renames and deletions.
 void modify_network_backup(const KOVAUSER *, const KOVAUSER *) {}
 
-void after_set(const KOVAUSER *old_user, const KOVAUSER &user) {
-    const char *old_name = old_user != nullptr ? old_user->szName : nullptr;
-    modify_smb_conf(old_user, &user);
-    modify_group(old_user, &user);
-    afp_guest_module(user);
-    modify_network_backup(old_user, &user);
-    mail_group(old_name, user);
-    home_folder(old_user, user);
-    ftp_chroot(old_name, user);
+// The per-user lists are rewritten once for all the users of a change.
+void after_set(std::span<const Changed> users) {
+    for (const Changed &changed : users) {
+        modify_smb_conf(changed.old, changed.user);
+        modify_group(changed.old, changed.user);
+        afp_guest_module(*changed.user);
+        modify_network_backup(changed.old, changed.user);
+    }
+    const size_t n = users.size();
+    auto *changes = static_cast<ListChange *>(xcalloc(n, sizeof(ListChange)));
+    auto *mail = static_cast<char(*)[kMailLineSize]>(xcalloc(n, kMailLineSize));
+    const bool lists = changes != nullptr && mail != nullptr;
+    if (!lists) fail(ERR_OUT_OF_MEMORY);
+    for (size_t i = 0; lists && i < n; ++i) {
+        const KOVAUSER &user = *users[i].user;
+        const bool has_mail = user.szMail != nullptr && user.szMail[0] != '\0';
+        snprintf(mail[i], kMailLineSize, "%s:%s", user.szName, has_mail ? user.szMail : "");
+        const char *old_name = users[i].old != nullptr ? users[i].old->szName : nullptr;
+        changes[i] = {old_name, user.szName, has_mail ? mail[i] : nullptr};
+    }
+    if (!lists || !update_list(kMailGroup, {changes, n})) step_failed("mail group");
+    for (const Changed &changed : users)
+        home_folder(changed.old, *changed.user);
+    for (size_t i = 0; lists && i < n; ++i) {
+        // The administrator sees every share; everyone else stays in the home folder.
+        const char *name = changes[i].name;
+        changes[i].line = strcasecmp(name, kAdmin) != 0 ? name : nullptr;
+    }
+    if (!lists || !update_list(kFtpChroot, {changes, n})) step_failed("FTP chroot list");
+    free(mail);
+    free(changes);
 }
 
 void after_delete(const KOVAUSER &user) {

@@ -2,10 +2,12 @@
 // the first is renamed over its file.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/alloc.h"
 #include "core/rewrite.h"
 #include "core/root.h"
 #include "user/user_internal.h"
@@ -54,29 +56,122 @@ class File {
     Rewrite rewrite_;
 };
 
+// One store's records in key order, read with one cursor walk: the dump finds each user's
+// lines here rather than with a lookup per line in the store.
+class Table {
+  public:
+    Table() = default;
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+    ~Table() {
+        free(bytes_);
+        free(entries_);
+    }
+
+    // False on failure (raised).
+    bool load(PKOVABDB store) {
+        if (KOVABDbCursorSetType(store, KOVA_BDB_CURSOR_FIRST) != 0) return false;
+        void *key = nullptr, *value = nullptr;
+        int32_t key_len = 0, value_len = 0;
+        bool ok = true;
+        while (ok) {
+            if (KOVABDbCursorGet(store, 1, &key, &key_len, &value, &value_len) != 0) {
+                ok = KLIBErrGet() == ERR_BDB_END_OF_RECORDS;
+                break;
+            }
+            ok = add(key, key_len, value, value_len);
+        }
+        free(key);
+        free(value);
+        return ok;
+    }
+
+    // The record under key as a string, or null when there is none (or it is not a string).
+    const char *find(const char *key, int32_t len) const {
+        size_t low = 0, high = count_;
+        while (low < high) {
+            const size_t mid = low + (high - low) / 2;
+            const int order = compare(entries_[mid], key, len);
+            if (order == 0) return entries_[mid].text ? bytes_ + entries_[mid].value_at : nullptr;
+            if (order < 0) {
+                low = mid + 1;
+            } else {
+                high = mid;
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    struct Entry {
+        size_t key_at;
+        size_t value_at;
+        int32_t key_len;
+        bool text;  // the value ends in its NUL
+    };
+
+    // The btree's order: bytewise, a shorter key first.
+    int compare(const Entry &entry, const char *key, int32_t len) const {
+        const int order =
+            memcmp(bytes_ + entry.key_at, key, static_cast<size_t>(std::min(entry.key_len, len)));
+        return order != 0 ? order : entry.key_len - len;
+    }
+
+    bool add(const void *key, int32_t key_len, const void *value, int32_t value_len) {
+        const size_t need = size_ + static_cast<size_t>(key_len) + static_cast<size_t>(value_len);
+        if ((need > cap_ && !grow(reinterpret_cast<void **>(&bytes_), &cap_, need, 1)) ||
+            (count_ == entries_cap_ && !grow(reinterpret_cast<void **>(&entries_), &entries_cap_,
+                                             count_ + 1, sizeof(Entry)))) {
+            return false;
+        }
+        Entry &entry = entries_[count_++];
+        entry.key_at = size_;
+        entry.key_len = key_len;
+        memcpy(bytes_ + size_, key, static_cast<size_t>(key_len));
+        size_ += static_cast<size_t>(key_len);
+        entry.value_at = size_;
+        memcpy(bytes_ + size_, value, static_cast<size_t>(value_len));
+        size_ += static_cast<size_t>(value_len);
+        entry.text = value_len > 0 && bytes_[size_ - 1] == '\0';
+        return true;
+    }
+
+    // Doubles *block (of *cap items of size bytes) until it holds need items.
+    static bool grow(void **block, size_t *cap, size_t need, size_t size) {
+        size_t cap_now = *cap == 0 ? 1024 : *cap;
+        while (cap_now < need)
+            cap_now *= 2;
+        void *grown = xrealloc(*block, cap_now * size);
+        if (grown == nullptr) {
+            fail(ERR_OUT_OF_MEMORY);
+            return false;
+        }
+        *block = grown;
+        *cap = cap_now;
+        return true;
+    }
+
+    char *bytes_ = nullptr;
+    size_t size_ = 0, cap_ = 0;
+    Entry *entries_ = nullptr;
+    size_t count_ = 0, entries_cap_ = 0;
+};
+
 bool put_line(Rewrite &out, const char *text) {
     return out.put(text) && out.put("\n");
 }
 
-// The record of a store as a line, when there is one. False on a failure other than absence.
-bool copy_record(PKOVABDB store, const char *what, const char *upper, int32_t len, Text &text,
-                 Rewrite &out) {
-    if (get_text(store, upper, len, &text.data, &text.cap) != 0) {
-        if (KLIBErrGet() == ERR_KEY_NOT_FOUND) return true;
-        fail(KLIBErrGet(), Site(), "%s:%d KOVABDbGet(pUserDb->%s) [%s] failed. kovaerr=0x%04X",
-             what, upper, KLIBErrGet());
+// Every local user, in the order of their ids; each store read once, in key order.
+bool write_users(PKOVAUSERDB db, File &smb, File &shadow, File &passwd, File &misc) {
+    Table names, shadows, smbs, miscs;
+    if (!names.load(db->pPWDName) || !shadows.load(db->pPWDShadow) || !smbs.load(db->pPWDSmb) ||
+        !miscs.load(db->pPWDMisc) ||
+        KOVABDbCursorSetType(db->pPWDUid, KOVA_BDB_CURSOR_FIRST) != 0) {
         return false;
     }
-    return put_line(out, text.data);
-}
-
-// Every local user, in the order of their ids.
-bool write_users(PKOVAUSERDB db, File &smb, File &shadow, File &passwd, File &misc) {
-    if (KOVABDbCursorSetType(db->pPWDUid, KOVA_BDB_CURSOR_FIRST) != 0) return false;
     void *key = nullptr;
     int32_t key_len = 0;
     Text upper;
-    Text text;
     bool ok = true;
     while (ok) {
         if (KOVABDbCursorGet(db->pPWDUid, 1, &key, &key_len, reinterpret_cast<void **>(&upper.data),
@@ -86,18 +181,20 @@ bool write_users(PKOVAUSERDB db, File &smb, File &shadow, File &passwd, File &mi
         }
         if (upper.cap == 0 || upper.data[upper.cap - 1] != '\0') continue;
         if (strchr(upper.data, '\\') != nullptr) continue;  // domain users live elsewhere
-        if (get_text(db->pPWDName, upper.data, upper.cap, &text.data, &text.cap) != 0) {
-            fail(KLIBErrGet(), Site(),
+        const char *line = names.find(upper.data, upper.cap);
+        if (line == nullptr) {
+            fail(ERR_KEY_NOT_FOUND, Site(),
                  "%s:%d KOVABDbGet(pUserDb->pPWDName) [%s] failed. kovaerr=0x%04X", upper.data,
-                 KLIBErrGet());
+                 ERR_KEY_NOT_FOUND);
             ok = false;
             break;
         }
-        ok = put_line(passwd.rewrite(), text.data) &&
-             copy_record(db->pPWDShadow, "pPWDShadow", upper.data, upper.cap, text,
-                         shadow.rewrite()) &&
-             copy_record(db->pPWDSmb, "pPWDSmb", upper.data, upper.cap, text, smb.rewrite()) &&
-             copy_record(db->pPWDMisc, "pPWDMisc", upper.data, upper.cap, text, misc.rewrite());
+        ok = put_line(passwd.rewrite(), line);
+        // A user without one of the other lines is written without it.
+        for (auto [table, file] : {std::pair{&shadows, &shadow}, {&smbs, &smb}, {&miscs, &misc}}) {
+            const char *other = table->find(upper.data, upper.cap);
+            if (ok && other != nullptr) ok = put_line(file->rewrite(), other);
+        }
     }
     free(key);
     return ok;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
+#include <span>
 
 #include "bdb/bdb_cache.h"
 #include "core/fail.h"
@@ -99,7 +100,12 @@ class Writer {
 
 // The updates after the text files are written (they do not undo the account; failures are
 // logged). old_user is null for a new user.
-void after_set(const KOVAUSER *old_user, const KOVAUSER &user);
+// A user as a change left it, and as it was before (null for a new user).
+struct Changed {
+    const KOVAUSER *old;
+    const KOVAUSER *user;
+};
+void after_set(std::span<const Changed> users);
 void after_delete(const KOVAUSER &user);
 // The call sites of the steps that other families fill in (old or new user null for a
 // creation or a deletion).

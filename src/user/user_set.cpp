@@ -76,12 +76,19 @@ int KOVAUserSet(const char *const *rgszOldName, PKOVAUSER const *rgpUser, int co
         }
     }
     auto *entries = static_cast<Entry *>(kova::xcalloc(static_cast<size_t>(count), sizeof(Entry)));
-    if (entries == nullptr) return kova::fail(ERR_OUT_OF_MEMORY);
+    auto *changed =
+        static_cast<Changed *>(kova::xcalloc(static_cast<size_t>(count), sizeof(Changed)));
+    if (entries == nullptr || changed == nullptr) {
+        free(entries);
+        free(changed);
+        return kova::fail(ERR_OUT_OF_MEMORY);
+    }
     int result = 0;
     {
         Writer writer;
         if (!writer.ok()) {
             free_entries(entries, count);
+            free(changed);
             return -1;
         }
         for (int i = 0; i < count && result == 0; ++i) {
@@ -89,11 +96,15 @@ int KOVAUserSet(const char *const *rgszOldName, PKOVAUSER const *rgpUser, int co
             result = set_one(writer.db(), entries, i, old_name, rgpUser[i]);
         }
         if (result == 0) result = writer.finish();
-        // The updates that follow the account, still under the lock.
-        for (int i = 0; i < count && result == 0; ++i)
-            after_set(entries[i].old, *entries[i].stored);
+        // The updates that follow the accounts, still under the lock.
+        if (result == 0) {
+            for (int i = 0; i < count; ++i)
+                changed[i] = {entries[i].old, entries[i].stored};
+            after_set({changed, static_cast<size_t>(count)});
+        }
     }
     free_entries(entries, count);
+    free(changed);
     return result;
 }
 

@@ -254,6 +254,30 @@ TEST_F(UserTest, PrivilegesLimitsAndCounts) {
     EXPECT_EQ(KOVAUserCheckExpired("nobody-here"), -1);
 }
 
+// Several users in one call: one id each, and the per-user lists follow all of them.
+TEST_F(UserTest, OneCallForSeveralUsers) {
+    User erin("erin", "x", "", 0, "erin@example.com");
+    User frank("Frank", "x");
+    User alice, alicia;
+    ASSERT_EQ(KOVAUserGet("alice", &alice.p), 0);
+    ASSERT_EQ(KOVAUserAlloc(&alicia.p, "alicia", alice->szPassword, alice->uid, alice->gid,
+                            alice->szDescription, "/var/services/homes/alicia", alice->szShell, 0,
+                            "alicia@example.com", alice->privilege),
+              0);
+    const char *olds[] = {nullptr, "ALICE", nullptr};
+    PKOVAUSER users[] = {erin.p, alicia.p, frank.p};
+    ASSERT_EQ(KOVAUserSet(olds, users, 3), 0);
+    EXPECT_EQ(erin->uid, 1028u);
+    EXPECT_EQ(frank->uid, 1029u);
+    EXPECT_EQ(text("/usr/kova/etc/mailgroup"),
+              "erin:erin@example.com\nalicia:alicia@example.com\n");
+    EXPECT_EQ(text("/usr/kova/etc/ftpchroot"), "guest\nbob\nerin\nalicia\nFrank\n");
+    EXPECT_TRUE(file_exists(path("/var/services/homes/alicia")));
+    EXPECT_FALSE(file_exists(path("/var/services/homes/alice")));
+    EXPECT_TRUE(file_exists(path("/var/services/homes/Frank")));
+    EXPECT_TRUE(files_agree());
+}
+
 // Refusals that leave every file as it was.
 TEST_F(UserTest, BadChangesChangeNothing) {
     const std::string before = text("/etc/passwd") + text("/etc/shadow") +
