@@ -112,7 +112,7 @@ int create(const std::string &name) {
 
 // A reader never misses an account that exists while a writer creates and renames others.
 TEST_F(UserProcess, ReadersSeeEveryAccountWhileAWriterWorks) {
-    const int kUsers = kEmulated ? 40 : 150;
+    const int kUsers = kEmulated ? 40 : 200;
     const std::string done = path("/tmp/writer-done");
     const pid_t reader = fork_child([&done] {
         int reads = 0;
