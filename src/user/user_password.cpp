@@ -35,14 +35,20 @@ void fresh_salt(char (&salt)[kSaltSize]) {
              KOVAUserRandomNumMap2Seed(t + 10));
 }
 
+// head and then tail, cut where the salt buffer ends.
+void set_salt(char (&salt)[kSaltSize], const char *head, const char *tail) {
+    const size_t head_len = strnlen(head, kSaltSize - 1);
+    memcpy(salt, head, head_len);
+    const size_t tail_len = strnlen(tail, kSaltSize - 1 - head_len);
+    memcpy(salt + head_len, tail, tail_len);
+    salt[head_len + tail_len] = '\0';
+}
+
 void salt_from(const char *previous, char (&salt)[kSaltSize]) {
     if (previous == nullptr || previous[0] == '\0') return fresh_salt(salt);
     const char *md5 = strstr(previous, kMd5Prefix);
-    if (md5 != nullptr && strlen(md5) > kMinKeptSalt) {
-        snprintf(salt, sizeof salt, "%s", md5);
-        return;
-    }
-    snprintf(salt, sizeof salt, "%s%s", kMd5Prefix, previous);
+    if (md5 != nullptr && strlen(md5) > kMinKeptSalt) return set_salt(salt, md5, "");
+    set_salt(salt, kMd5Prefix, previous);
 }
 
 void to_hex(const uint8_t *bytes, size_t n, char *out) {
