@@ -28,7 +28,7 @@ constexpr uint8_t kBtreeMetaPage = 9;
 constexpr uint32_t kMinPageSize = 512, kMaxPageSize = 65536;
 
 // A zero-length "__db.<name>" older than this is the leftover of a creator that was killed.
-constexpr time_t kStaleSeconds = 2;
+constexpr double kStaleSeconds = 2.0;
 constexpr int kWaitSteps = 10;  // of 100 ms: how long another creator is given
 constexpr useconds_t kWaitStep = 100 * 1000;
 
@@ -65,6 +65,15 @@ int check_header(const char *path, const struct stat &st) {
     return 0;
 }
 
+// Since the file was last modified, to the nanosecond: whole seconds would make a file of
+// 1.1 seconds look 2 seconds old across a second's boundary.
+double age_seconds(const struct stat &st) {
+    struct timespec now {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec - st.st_mtim.tv_sec) +
+           static_cast<double>(now.tv_nsec - st.st_mtim.tv_nsec) / 1e9;
+}
+
 // A file at the creation name makes the library retry without end. One of our own that a
 // killed creator left is removed; another creator's is given a second; anything else refuses.
 int clear_creation_name(const char *path) {
@@ -74,7 +83,7 @@ int clear_creation_name(const char *path) {
         struct stat st {};
         if (lstat(planted, &st) != 0) return 0;
         const bool stale = S_ISREG(st.st_mode) && st.st_size == 0 && st.st_uid == geteuid() &&
-                           time(nullptr) - st.st_mtime >= kStaleSeconds;
+                           age_seconds(st) >= kStaleSeconds;
         if (stale && sys::unlink(planted) == 0) return 0;
         if (step == kWaitSteps) return EEXIST;
         usleep(kWaitStep);
