@@ -40,6 +40,7 @@
 #include "bdb.h"
 #include "error.h"
 #include "file.h"
+#include "group.h"
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"

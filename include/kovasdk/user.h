@@ -143,6 +143,12 @@ KOVA_API int KOVAUserSetOne(const char *szOldName, PKOVAUSER pUser);
 KOVA_API int KOVAUserSetPasswd(const char *szName, const char *szPassword);
 KOVA_API int KOVAUserDelete(const char *szName);
 
+/* The names of szUsers (comma-separated) that are users of pUserDb, as the users are named
+ * there, each once, pushed onto *ppList: their number, or -1. "nobody" and empty names are
+ * passed over. */
+KOVA_API int KOVAUserGetValidUserList(PKOVAUSERDB pUserDb, const char *szUsers,
+                                      PKLIBSZLIST *ppList);
+
 KOVA_END_DECLS
 
 #endif /* KOVASDK_USER_H */

@@ -160,9 +160,9 @@ void home_folder(const KOVAUSER *old_user, const KOVAUSER &user) {
 
 }  // namespace
 
-// Arrive with the share and group families; their places in the order are kept here.
+// Arrives with the share family; its place in the order is kept here (modify_group is the
+// group family's).
 void modify_smb_conf(const KOVAUSER *, const KOVAUSER *) {}
-void modify_group(const KOVAUSER *, const KOVAUSER *) {}
 // The network-backup daemon keeps its own credentials; told of renames and deletions.
 void modify_network_backup(const KOVAUSER *, const KOVAUSER *) {}
 

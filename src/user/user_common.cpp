@@ -1,14 +1,17 @@
 // Helpers the user family's operations share: keys, record texts, fields, recovery of the text
 // files after a writer was killed.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 #include "core/root.h"
+#include "core/sys.h"
 #include "kovasdk/file.h"
 #include "kovasdk/unicode.h"
 #include "user/user_internal.h"
@@ -47,18 +50,75 @@ int split_fields(char *line, char **fields, int max) {
     return count;
 }
 
-long highest_uid(PKOVAUSERDB db) {
-    if (KOVABDbCursorSetType(db->pPWDUid, KOVA_BDB_CURSOR_LAST) != 0) return fail(ERR_UNKNOWN);
+long highest_id(PKOVABDB ids) {
+    if (KOVABDbCursorSetType(ids, KOVA_BDB_CURSOR_LAST) != 0) return fail(ERR_UNKNOWN);
     void *key = nullptr;
     void *value = nullptr;
     int32_t key_len = 0;
     int32_t value_len = 0;
-    const int rc = KOVABDbCursorGet(db->pPWDUid, 1, &key, &key_len, &value, &value_len);
-    const long uid = rc == 0 ? atol(static_cast<const char *>(key)) : 0;
+    const int rc = KOVABDbCursorGet(ids, 1, &key, &key_len, &value, &value_len);
+    const long id = rc == 0 ? atol(static_cast<const char *>(key)) : 0;
     free(key);
     free(value);
     if (rc != 0 && KLIBErrGet() != ERR_BDB_END_OF_RECORDS) return fail(ERR_BDB_GET_FAILED);
-    return uid;
+    return id;
+}
+
+int delete_if_there(PKOVABDB store, const char *key, int32_t key_len) {
+    if (KOVABDbDelete(store, key, key_len) == 0 || KLIBErrGet() == ERR_KEY_NOT_FOUND) return 0;
+    return -1;
+}
+
+int current_id_set(const IdStore &ids, uint32_t id) {
+    const auto value = static_cast<int32_t>(id);
+    if (delete_if_there(ids.store, ids.current_key, ids.current_len) != 0) return -1;
+    return KOVABDbSet(ids.store, ids.current_key, ids.current_len, &value, sizeof value);
+}
+
+long free_id(const IdStore &ids) {
+    void *current = nullptr;
+    int32_t size = 0;
+    long start = 0;
+    if (KOVABDbGet(ids.store, ids.current_key, ids.current_len, &current, &size) == 0) {
+        int32_t value = 0;
+        if (size == sizeof value) memcpy(&value, current, sizeof value);
+        free(current);
+        start = static_cast<long>(value) + 1;
+    } else if (KLIBErrGet() == ERR_KEY_NOT_FOUND) {
+        const long highest = highest_id(ids.store);
+        if (highest < 0) return -1;
+        start = highest + 1;
+    } else {
+        return fail(ERR_BDB_GET_FAILED);
+    }
+    if (start < ids.min + 1 || start > ids.max) start = ids.min;
+    long id = start;
+    do {
+        char key[16];
+        uid_key(static_cast<uint32_t>(id), key);
+        Text name;
+        if (get_text(ids.store, key, kUidKeyLen, &name.data, &name.cap) != 0) return id;
+        id = id >= ids.max ? ids.min : id + 1;
+    } while (id != start);
+    return fail(ids.exhausted);
+}
+
+long marker_in(const char *path, const char *marker_name) {
+    UniqueFile file = open_source(path);
+    if (!file) return -1;
+    char marker[64];
+    const int marker_len = snprintf(marker, sizeof marker, "#$%s$", marker_name);
+    LineReader reader(file.get());
+    while (reader.next()) {
+        const char *hash = strchr(reader.data(), '#');
+        if (hash == nullptr || strncmp(hash, marker, static_cast<size_t>(marker_len)) != 0) {
+            continue;
+        }
+        char *end = nullptr;
+        const long n = strtol(hash + marker_len, &end, 10);
+        if (end != hash + marker_len && *end == '$') return n;
+    }
+    return -1;
 }
 
 long today() {
@@ -93,6 +153,101 @@ void recover_text_files() {
     }
     ErrKLIBFileUnlock(KLIB_LOCK_PW);
     KLIBErrSet(saved);
+}
+
+UniqueFile open_source(const char *path) {
+    int fd = -1;
+    struct stat st {};
+    if (sys::open_regular(RootedPath(path).c_str(), O_RDONLY, &fd, &st) != sys::Opened::kOk) {
+        fail(ERR_OPEN_FAILED);
+        return nullptr;
+    }
+    UniqueFile file(sys::stream(fd, "r"));
+    if (!file) fail(ERR_OUT_OF_MEMORY);
+    return file;
+}
+
+std::string_view chomp(LineReader &reader) {
+    size_t len = reader.size();
+    if (reader.ends_with_newline()) reader.data()[--len] = '\0';
+    return {reader.data(), len};
+}
+
+bool read_failed(const LineReader &reader) {
+    if (!reader.failed()) return false;
+    log_at(LOG_ERR, Site(), "%s:%d feof failed. errno=%d/%m", errno);
+    fail(reader.failure_code());
+    return true;
+}
+
+namespace {
+
+// The text before the first ':' upper-cased into key: its length with NUL, 0 when the line
+// has no name that can be keyed (logged).
+int line_key(const char *path, const char *what, std::string_view line, char (&key)[kKeySize]) {
+    const size_t colon = line.find(':');
+    char name[kKeySize];
+    if (colon == std::string_view::npos || colon >= sizeof name) {
+        log_at(LOG_ERR, Site(), "%s:%d %s format error, %s name = %.*s", path, what,
+               static_cast<int>(line.size() < 64 ? line.size() : 64), line.data());
+        return 0;
+    }
+    memcpy(name, line.data(), colon);
+    name[colon] = '\0';
+    const int len = upper_key(name, key);
+    if (len < 0) {
+        log_at(LOG_ERR, Site(), "%s:%d %s format error, %s name = %s", path, what, name);
+        return 0;
+    }
+    return len;
+}
+
+}  // namespace
+
+int build_id_file(const char *path, const char *what, PKOVABDB names, PKOVABDB ids) {
+    UniqueFile file = open_source(path);
+    if (!file) return -1;
+    LineReader reader(file.get());
+    while (reader.next()) {
+        const std::string_view line = chomp(reader);
+        if (line.empty() || line[0] == '#' || line.find(':') == std::string_view::npos) continue;
+        // The id stands between the second and the third ':'.
+        const size_t second = line.find(':', line.find(':') + 1);
+        const size_t third = second == std::string_view::npos ? second : line.find(':', second + 1);
+        if (third == std::string_view::npos) continue;
+        const char *id_text = line.data() + second + 1;
+        const long id = atol(id_text);
+        if (id == 0 && *id_text != '0') return fail(ERR_FORMAT_ERROR);
+        char key[kKeySize];
+        const int key_len = line_key(path, what, line, key);
+        if (key_len == 0) continue;
+        char id_key[16];
+        uid_key(static_cast<uint32_t>(id), id_key);
+        if (KOVABDbSet(names, key, key_len, line.data(), static_cast<int32_t>(line.size() + 1)) !=
+                0 ||
+            KOVABDbSet(ids, id_key, kUidKeyLen, key, key_len) != 0) {
+            return -1;
+        }
+    }
+    return read_failed(reader) ? -1 : 0;
+}
+
+int build_line_file(const char *path, const char *what, PKOVABDB store) {
+    UniqueFile file = open_source(path);
+    if (!file) return -1;
+    LineReader reader(file.get());
+    while (reader.next()) {
+        const std::string_view line = chomp(reader);
+        if (line.empty() || line[0] == '#') continue;
+        char key[kKeySize];
+        const int key_len = line_key(path, what, line, key);
+        if (key_len == 0) continue;
+        if (KOVABDbSet(store, key, key_len, line.data(), static_cast<int32_t>(line.size() + 1)) !=
+            0) {
+            return -1;
+        }
+    }
+    return read_failed(reader) ? -1 : 0;
 }
 
 }  // namespace kova::user

@@ -78,11 +78,6 @@ int delete_uid_record(PKOVABDB uids, uint32_t uid, const char *upper) {
     return result;
 }
 
-int delete_if_there(PKOVABDB store, const char *key, int32_t key_len) {
-    if (KOVABDbDelete(store, key, key_len) == 0 || KLIBErrGet() == ERR_KEY_NOT_FOUND) return 0;
-    return -1;
-}
-
 bool has_smb_fields(char *line, char *(&field)[kSmbFields]) {
     return line != nullptr && split_fields(line, field, kSmbFields) == kSmbFields;
 }
@@ -97,16 +92,6 @@ int delete_user(PKOVAUSERDB db, const char *upper, int32_t upper_len, uint32_t u
         return -1;
     }
     return delete_uid_record(db->pPWDUid, uid, upper);
-}
-
-int current_uid_set(PKOVAUSERDB db, uint32_t uid) {
-    const auto value = static_cast<int32_t>(uid);
-    if (delete_if_there(db->pPWDUid, KOVA_USER_KEY_CURRENT_UID, KOVA_USER_KEY_CURRENT_UID_LEN) !=
-        0) {
-        return -1;
-    }
-    return KOVABDbSet(db->pPWDUid, KOVA_USER_KEY_CURRENT_UID, KOVA_USER_KEY_CURRENT_UID_LEN, &value,
-                      sizeof value);
 }
 
 // Steps 3 to 6 of writing a user: defaults, the passwd, id and misc records, the shadow line
@@ -222,34 +207,6 @@ int KOVAUserDBSet(PKOVAUSERDB pUserDb, const char *szOldUpperName, int32_t cbOld
 }
 
 int KOVAUserDBGetFreeUid(PKOVAUSERDB pUserDb) {
-    using namespace kova::user;
     if (pUserDb == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
-    void *current = nullptr;
-    int32_t size = 0;
-    long start = 0;
-    if (KOVABDbGet(pUserDb->pPWDUid, KOVA_USER_KEY_CURRENT_UID, KOVA_USER_KEY_CURRENT_UID_LEN,
-                   &current, &size) == 0) {
-        int32_t value = 0;
-        memcpy(&value, current, sizeof value);
-        free(current);
-        start = static_cast<long>(value) + 1;
-    } else if (KLIBErrGet() == ERR_KEY_NOT_FOUND) {
-        const long highest = highest_uid(pUserDb);
-        if (highest < 0) return -1;
-        start = highest + 1;
-    } else {
-        return kova::fail(ERR_BDB_GET_FAILED);
-    }
-    if (start < KOVA_USER_UID_MIN + 1 || start > KOVA_USER_UID_MAX) start = KOVA_USER_UID_MIN;
-    long uid = start;
-    do {
-        char id[16];
-        uid_key(static_cast<uint32_t>(uid), id);
-        Text name;
-        if (get_text(pUserDb->pPWDUid, id, kUidKeyLen, &name.data, &name.cap) != 0) {
-            return static_cast<int>(uid);
-        }
-        uid = uid >= KOVA_USER_UID_MAX ? KOVA_USER_UID_MIN : uid + 1;
-    } while (uid != start);
-    return kova::fail(ERR_TOO_MANY_USERS);
+    return static_cast<int>(kova::user::free_id(kova::user::user_ids(pUserDb)));
 }

@@ -8,8 +8,12 @@
 #include <optional>
 #include <span>
 
+#include <string_view>
+
 #include "bdb/bdb_cache.h"
 #include "core/fail.h"
+#include "core/line_reader.h"
+#include "core/owners.h"
 #include "kovasdk/user.h"
 
 namespace kova::user {
@@ -73,6 +77,21 @@ int split_fields(char *line, char **fields, int max);
 bool crypt_md5(const char *clear, const char *previous, char *out, size_t size);
 bool smb_hashes(const char *clear, char (&lm)[33], char (&nt)[33]);
 
+// A source text file opened for reading: the stream, or null (ERR_OPEN_FAILED raised).
+UniqueFile open_source(const char *path);
+// The reader's line without its line feed, NUL-terminated in the reader's buffer.
+std::string_view chomp(LineReader &reader);
+// Whether reading stopped before the end (logged and raised).
+bool read_failed(const LineReader &reader);
+
+// Fills the name store (upper name -> line) and the id store ("%06d" -> upper name) from a
+// file of "name:x:id:..." lines (passwd, group); an id that is not a number stops it
+// (ERR_FORMAT_ERROR). what ("user", "group") names the lines in the log. 0 or -1.
+int build_id_file(const char *path, const char *what, PKOVABDB names, PKOVABDB ids);
+// Fills a store with every line of a file that is not a comment, under its upper-cased first
+// field. 0 or -1.
+int build_line_file(const char *path, const char *what, PKOVABDB store);
+
 // Whole days since the epoch.
 long today();
 
@@ -99,8 +118,7 @@ class Writer {
 };
 
 // The updates after the text files are written (they do not undo the account; failures are
-// logged). old_user is null for a new user.
-// A user as a change left it, and as it was before (null for a new user).
+// logged). A user as a change left it, and as it was before (null for a new user).
 struct Changed {
     const KOVAUSER *old;
     const KOVAUSER *user;
@@ -131,10 +149,32 @@ struct Text {
 // ERR_BDB_USER_NOT_FOUND when its id record was missing (the rest is removed all the same).
 int delete_user(PKOVAUSERDB db, const char *upper, int32_t upper_len, uint32_t uid);
 
-// The highest id in the id store: 0 when there is none, -1 (raised) on failure.
-long highest_uid(PKOVAUSERDB db);
+// The id store of an account family ("%06d" id -> upper name): its reserved record of the
+// last id handed out, the range of new ids and the code of a range used up.
+struct IdStore {
+    PKOVABDB store;
+    const char *current_key;
+    int32_t current_len;
+    long min;
+    long max;
+    uint32_t exhausted;
+};
+// The highest id in an id store: 0 when there is none, -1 (raised) on failure.
+long highest_id(PKOVABDB ids);
+// The reserved record set to id (the old value deleted first).
+int current_id_set(const IdStore &ids, uint32_t id);
+// The free-id search: from the reserved record + 1 (or the highest id + 1), a start outside
+// min + 1 to max taken as min, upward, wrapping from max to min; the id, or -1 (exhausted when
+// every id is taken).
+long free_id(const IdStore &ids);
+// The number of the marker line "#$<name>$<n>$" of a file, or -1 when there is none.
+long marker_in(const char *path, const char *marker_name);
+// Deletes a record; its absence is no failure.
+int delete_if_there(PKOVABDB store, const char *key, int32_t key_len);
 
-// "#CURRENT_UID" set to uid (replacing the old value).
-int current_uid_set(PKOVAUSERDB db, uint32_t uid);
+inline IdStore user_ids(PKOVAUSERDB db) {
+    return {db->pPWDUid,       KOVA_USER_KEY_CURRENT_UID, KOVA_USER_KEY_CURRENT_UID_LEN,
+            KOVA_USER_UID_MIN, KOVA_USER_UID_MAX,         ERR_TOO_MANY_USERS};
+}
 
 }  // namespace kova::user

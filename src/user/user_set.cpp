@@ -48,7 +48,8 @@ int set_one(PKOVAUSERDB db, Entry *entries, int i, const char *old_name, PKOVAUS
         const int uid = KOVAUserDBGetFreeUid(db);
         if (uid < 0) return -1;
         user->uid = static_cast<uint32_t>(uid);
-        if (KOVAUserDBSet(db, nullptr, 0, user) != 0 || current_uid_set(db, user->uid) != 0) {
+        if (KOVAUserDBSet(db, nullptr, 0, user) != 0 ||
+            current_id_set(user_ids(db), user->uid) != 0) {
             return -1;
         }
         return KOVAUserDBGet(db, entry.upper, &entry.stored);
