@@ -60,7 +60,8 @@ int KOVAGroupDBPackFromUnix(PKOVAUSERDB pUserDb, const KOVAGROUP *pGroup, char *
         char *joined = nullptr;
         int joined_size = 0;
         const bool ok =
-            n >= 0 && KOVAStrJoin(valid->pszItem, valid->nItem, ",", &joined, &joined_size) == 0;
+            n >= 0 && (valid->nItem == 0 ||
+                       KOVAStrJoin(valid->pszItem, valid->nItem, ",", &joined, &joined_size) == 0);
         KLIBSzListFree(valid);
         kept.reset(joined);
         if (!ok) return -1;
