@@ -177,6 +177,20 @@ static void user_family(void) {
     CHECK(KOVAUserIsExpired(1) == 1 && KOVAUserIsExpired(1000000) == 0);
 }
 
+static void group_family(void) {
+    PKOVAGROUP group = NULL;
+    char line[64];
+    CHECK(sizeof(KOVAGROUPDB) == 3 * sizeof(PKOVABDB));
+    CHECK(KOVAGroupAlloc(&group, "sales", 65536, "") == 0);
+    CHECK(KOVAGroupDBPackFromUnix(NULL, group, line, sizeof line) ==
+          (int)strlen("sales:x:65536:nobody,nobody") + 1);
+    CHECK(strcmp(line, "sales:x:65536:nobody,nobody") == 0);
+    CHECK(KOVAGroupDBUnpack("sales:x:65536:nobody,alice,nobody", &group) == 0);
+    CHECK(strcmp(group->szMembers, "alice") == 0 && group->gid == 65536);
+    KOVAGroupFree(group);
+    CHECK(BlKLIBIsGroupName("fifteen-chars-x") == 1 && BlKLIBIsGroupName("sixteen-chars-xx") == 0);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -186,6 +200,7 @@ int main(void) {
     file_family();
     proc_family();
     user_family();
+    group_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

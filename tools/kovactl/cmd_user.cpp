@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/list.h"
 #include "kovasdk/user.h"
@@ -27,18 +28,6 @@ constexpr char kUsage[] =
 int usage(bool asked) {
     fputs(kUsage, asked ? stdout : stderr);
     return asked ? 0 : 1;
-}
-
-bool has_flag(int argc, char **argv, const char *flag) {
-    for (int i = 0; i < argc; ++i)
-        if (strcmp(argv[i], flag) == 0) return true;
-    return false;
-}
-
-const char *option(int argc, char **argv, const char *name) {
-    for (int i = 0; i + 1 < argc; ++i)
-        if (strcmp(argv[i], name) == 0) return argv[i + 1];
-    return nullptr;
 }
 
 // "never", a day count since the epoch, or a date (the end of that day counts).
@@ -83,11 +72,6 @@ nlohmann::json to_json(const KOVAUSER &user) {
             {"mail", user.szMail != nullptr ? user.szMail : ""},
             {"type", user.type == KOVA_USER_TYPE_DOMAIN ? "domain" : "local"},
             {"privilege", user.privilege}};
-}
-
-void print_json(const nlohmann::json &json) {
-    // Names from the files need not be valid UTF-8: replaced, never a failure.
-    puts(json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
 void print_user(const KOVAUSER &user) {

@@ -26,6 +26,7 @@ const Command kCommands[] = {
     {"ops", "ops | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
      cmd_ops},
     {"user", "user list|get|add|set|passwd|del ...    the appliance's user accounts", cmd_user},
+    {"group", "group list|get|add|set|del|members ...    the appliance's local groups", cmd_group},
 };
 
 int usage(FILE *out) {
