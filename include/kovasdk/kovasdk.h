@@ -41,6 +41,7 @@
 #include "error.h"
 #include "file.h"
 #include "group.h"
+#include "share.h"
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"
