@@ -41,11 +41,11 @@
 #include "error.h"
 #include "file.h"
 #include "group.h"
-#include "share.h"
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"
 #include "proc.h"
+#include "share.h"
 #include "unicode.h"
 #include "user.h"
 
