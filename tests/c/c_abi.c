@@ -191,6 +191,28 @@ static void group_family(void) {
     CHECK(BlKLIBIsGroupName("fifteen-chars-x") == 1 && BlKLIBIsGroupName("sixteen-chars-xx") == 0);
 }
 
+static void share_family(void) {
+    KOVASHARE tmpl;
+    PKOVASHARE share = NULL;
+    PKOVASHARE back = NULL;
+    void *packed = NULL;
+    int32_t cap = 0;
+    memset(&tmpl, 0, sizeof tmpl);
+    tmpl.szName = "public";
+    tmpl.szPath = "/volume1/public";
+    tmpl.fType = KOVA_SHARE_READ_ONLY;
+    CHECK(KOVAShareAlloc(&share, &tmpl) == 0);
+    CHECK(share != NULL && share->szComment[0] == '\0');
+    CHECK(KOVAShareDBPack(share, &packed, &cap) == 4 + 44 + 7 + 16 + 1);
+    CHECK(((unsigned char *)packed)[31] == KOVA_SHARE_READ_ONLY); /* big-endian fType */
+    CHECK(KOVAShareDBUnpack(packed, cap, &back) == 0 &&
+          strcmp(back->szPath, "/volume1/public") == 0);
+    CHECK(ShareSectionTypeGet("Printers") == KOVA_SHARE_SECTION_RESERVED);
+    KOVAShareFree(back);
+    KOVAShareFree(share);
+    free(packed);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -201,6 +223,7 @@ int main(void) {
     proc_family();
     user_family();
     group_family();
+    share_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;
