@@ -12,8 +12,10 @@
 
 #include <stdint.h>
 
+#include "bdb.h"
 #include "export.h"
 #include "group.h"
+#include "hash.h"
 #include "list.h"
 #include "user.h"
 
@@ -64,6 +66,44 @@ typedef struct _tag_KOVASHARE {
  * (ERR_SHARE_PATH_NOT_ABSOLUTE). 0 or -1. */
 KOVA_API int KOVAShareAlloc(PKOVASHARE *ppShare, const KOVASHARE *pTemplate);
 KOVA_API void KOVAShareFree(PKOVASHARE pShare);
+
+/* The share cache: one btree of every section of smb.conf (shares as packed records under the
+ * upper-cased name, the reserved sections as string lists under "#" and the name). */
+typedef struct _tag_KOVASHAREDB {
+    PKOVABDB pShareDb;
+} KOVASHAREDB, *PKOVASHAREDB;
+
+/* As for users: open (building or rebuilding as needed) or NULL; open at a path (1 built, 0
+ * opened, -1); close; check (1 reopened, 0 current, -1); build into an open handle; write
+ * smb.conf from the cache. */
+KOVA_API PKOVASHAREDB KOVAShareDBOpen(void);
+KOVA_API int KOVAShareDBOpenFile(PKOVASHAREDB *ppShareDb, const char *szPath);
+KOVA_API int KOVAShareDBClose(PKOVASHAREDB pShareDb);
+KOVA_API int KOVAShareDBCheckAndRebuild(PKOVASHAREDB *ppShareDb);
+KOVA_API int KOVAShareDBBuild(PKOVASHAREDB pShareDb);
+KOVA_API int KOVAShareDBDump(PKOVASHAREDB pShareDb);
+/* The share under a name in any case: 0, or -1 (ERR_NO_SUCH_SHARE). */
+KOVA_API int KOVAShareDBGet(PKOVASHAREDB pShareDb, const char *szName, PKOVASHARE *ppShare);
+/* 0 when the upper-cased key holds a share, -1 with ERR_NO_SUCH_SHARE when not there and
+ * ERR_FORMAT_ERROR when its record is malformed. */
+KOVA_API int KOVAShareDBCheckExists(PKOVASHAREDB pShareDb, const char *szKey);
+/* Writes a share; with an old name the old share is removed first, without one the name must
+ * be free (ERR_SHARE_EXISTS). 0 or -1. */
+KOVA_API int KOVAShareDBSet(PKOVASHAREDB pShareDb, const char *szOldName, const KOVASHARE *pShare);
+KOVA_API int KOVAShareDBDelete(PKOVASHAREDB pShareDb, const char *szName);
+/* A record from a share section's keys (lower-cased): lists kept to existing users and groups,
+ * fType from "@users" in a list or from "guest ok" and "writeable". 0 or -1. */
+KOVA_API int ShareAllocFromConf(const char *szSection, const KLIBSZHASH *pKeys,
+                                PKOVASHARE *ppShare);
+
+/* The share operations. Get: 0, or -1 (ERR_NO_SUCH_SHARE). Enum: the number of share names
+ * pushed (in the order of their keys), or -1. Set and Delete: 0 or -1; the configuration
+ * lock is held from opening the cache to the end of the dump. */
+KOVA_API int KOVAShareGet(const char *szName, PKOVASHARE *ppShare);
+KOVA_API int KOVAShareSet(const char *szOldName, const KOVASHARE *pShare);
+KOVA_API int KOVAShareDelete(const char *szName);
+KOVA_API int KOVAShareEnum(PKLIBSZLIST *ppList);
+KOVA_API int KOVAShareEnumByPrefix(PKLIBSZLIST *ppList, const char *szPrefix);
 
 /* The packed record into *ppData (a heap block of *pcbAlloc bytes, grown as needed): its
  * length, or -1. */

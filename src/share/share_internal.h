@@ -2,9 +2,12 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 
+#include "bdb/bdb_cache.h"
 #include "core/fail.h"
 #include "kovasdk/share.h"
+#include "user/user_internal.h"
 
 namespace kova::share {
 
@@ -18,5 +21,43 @@ inline char *KOVASHARE::*const kStringFields[kStrings] = {
 // The record's size as the appliance lays it out (4-byte pointers and integers): header, the
 // non-empty strings with their NULs, the closing zero byte. The packed record holds it.
 inline constexpr size_t kDeviceHeader = 44;
+
+namespace user = kova::user;
+using user::kKeySize;
+using user::Text;
+
+inline constexpr char kSmbConf[] = KOVA_SHARE_CONF;
+inline constexpr char kSmbConfTmp[] = KOVA_SHARE_CONF ".tmp";
+
+const cache::Family &family();
+cache::Kept &kept();
+inline void **as_handle(PKOVASHAREDB *db) {
+    return reinterpret_cast<void **>(db);
+}
+
+// Removes the temporary file of a dump that a killed writer left.
+void recover_text_files();
+
+// The share's key: its name upper-cased, with the NUL (the length), or -1 (raised).
+int share_key(const char *name, char (&key)[kKeySize]);
+
+// The writers' frame: the configuration lock on smb.conf, the open cache and a private copy.
+class Writer {
+  public:
+    Writer();
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+    ~Writer();
+
+    bool ok() const { return change_.has_value() && change_->ok(); }
+    PKOVASHAREDB db() const { return static_cast<PKOVASHAREDB>(change_->handle()); }
+    // Dump smb.conf, then put the changed cache in place. 0 or -1.
+    int finish();
+
+  private:
+    bool locked_ = false;
+    PKOVASHAREDB live_ = nullptr;
+    std::optional<cache::Change> change_;
+};
 
 }  // namespace kova::share

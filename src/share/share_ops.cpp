@@ -1,0 +1,101 @@
+// The share operations: one share, the share names, writing and deleting shares.
+#include <cstring>
+
+#include "kovasdk/file.h"
+#include "share/share_internal.h"
+
+namespace kova::share {
+namespace {
+
+PKOVASHAREDB as_db(void *handle) {
+    return static_cast<PKOVASHAREDB>(handle);
+}
+
+// Every share name in key order: visit(name) false stops (-1).
+template <class Visit>
+int each_share(PKOVASHAREDB db, Visit &&visit) {
+    if (KOVABDbCursorSetType(db->pShareDb, KOVA_BDB_CURSOR_FIRST) != 0) return -1;
+    void *key = nullptr, *data = nullptr;
+    int32_t key_len = 0, size = 0;
+    PKOVASHARE share = nullptr;
+    int result = 0;
+    while (KOVABDbCursorGet(db->pShareDb, 1, &key, &key_len, &data, &size) == 0) {
+        if (KOVAShareDBUnpack(data, size, &share) != 0) continue;  // not a share record
+        if (!visit(static_cast<const char *>(share->szName))) {
+            result = -1;
+            break;
+        }
+    }
+    if (result == 0 && KLIBErrGet() != ERR_BDB_END_OF_RECORDS) result = -1;
+    KOVAShareFree(share);
+    free(key);
+    free(data);
+    return result;
+}
+
+int enumerate(PKLIBSZLIST *list, const char *prefix) {
+    if (list == nullptr || *list == nullptr) return fail(ERR_BAD_PARAMETERS);
+    char upper_prefix[kKeySize] = "";
+    int prefix_len = 0;
+    if (prefix != nullptr) {
+        prefix_len = user::upper_key(prefix, upper_prefix) - 1;
+        if (prefix_len < 0) return -1;
+    }
+    int count = 0;
+    const int walked = kept().read([&](void *db) {
+        return each_share(as_db(db), [&](const char *name) {
+            char upper[kKeySize];
+            if (prefix_len > 0 &&
+                (user::upper_key(name, upper) < 0 ||
+                 strncmp(upper, upper_prefix, static_cast<size_t>(prefix_len)) != 0)) {
+                return true;
+            }
+            if (KLIBSzListPush(list, name) < 0) return false;
+            ++count;
+            return true;
+        });
+    });
+    return walked != 0 ? -1 : count;
+}
+
+}  // namespace
+}  // namespace kova::share
+
+using kova::share::as_db;
+using kova::share::kept;
+
+int KOVAShareGet(const char *szName, PKOVASHARE *ppShare) {
+    if (szName == nullptr || ppShare == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
+    if (ErrKLIBFileLock(KLIB_LOCK_SMB | KLIB_LOCK_SH, 10) != 0) return kova::fail(ERR_LOCK_FAILED);
+    const int result =
+        kept().read([&](void *db) { return KOVAShareDBGet(as_db(db), szName, ppShare); });
+    const uint32_t code = KLIBErrGet();
+    if (ErrKLIBFileUnlock(KLIB_LOCK_SMB) != 0) return kova::fail(ERR_UNLOCK_FAILED);
+    KLIBErrSet(code);
+    return result;
+}
+
+int KOVAShareSet(const char *szOldName, const KOVASHARE *pShare) {
+    if (pShare == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
+    kova::share::Writer writer;
+    if (!writer.ok()) return -1;
+    if (KOVAShareDBSet(writer.db(), szOldName, pShare) != 0) return -1;
+    return writer.finish();
+}
+
+int KOVAShareDelete(const char *szName) {
+    if (szName == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
+    kova::share::Writer writer;
+    if (!writer.ok()) return -1;
+    if (KOVAShareDBDelete(writer.db(), szName) != 0) return -1;
+    return writer.finish();
+}
+
+int KOVAShareEnum(PKLIBSZLIST *ppList) {
+    return kova::share::enumerate(ppList, nullptr);
+}
+
+int KOVAShareEnumByPrefix(PKLIBSZLIST *ppList, const char *szPrefix) {
+    if (szPrefix == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
+    return kova::share::enumerate(ppList, szPrefix);
+}

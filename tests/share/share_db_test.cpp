@@ -1,0 +1,231 @@
+// The share cache over the skeleton's smb.conf: the file written back, changes, the default
+// access read from the file, reads, refusals, hand edits and a writer killed at its rename.
+#include <signal.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "core/sys.h"
+#include "kovasdk/error.h"
+#include "kovasdk/file.h"
+#include "kovasdk/share.h"
+#include "support/sandbox.h"
+
+namespace kova::test {
+namespace {
+
+struct Share {
+    PKOVASHARE p = nullptr;
+    ~Share() { KOVAShareFree(p); }
+    PKOVASHARE operator->() const { return p; }
+};
+
+struct List {
+    PKLIBSZLIST p = PslKLIBSzListAlloc(0);
+    ~List() { KLIBSzListFree(p); }
+    std::string joined() const {
+        std::string text;
+        for (int i = 0; i < p->nItem; ++i)
+            text += std::string(i > 0 ? "," : "") + SzKLIBSzListGet(p, i);
+        return text;
+    }
+};
+
+KOVASHARE make(const char *name, const char *path, const char *deny, const char *rw, const char *ro,
+               int32_t type) {
+    KOVASHARE share{};
+    share.szName = const_cast<char *>(name);
+    share.szComment = const_cast<char *>("");
+    share.szPath = const_cast<char *>(path);
+    share.szDenyList = const_cast<char *>(deny);
+    share.szRWList = const_cast<char *>(rw);
+    share.szROList = const_cast<char *>(ro);
+    share.fType = type;
+    share.browseable = 1;
+    return share;
+}
+
+class ShareDb : public SandboxTest {
+  protected:
+    void TearDown() override { ErrKLIBFileCloseLock(); }
+    std::string conf() const { return read_file(path("/usr/kova/etc/smb.conf")); }
+    // The section of the file that starts with header, up to the next section.
+    std::string section(const std::string &header) const {
+        const std::string text = conf();
+        const size_t at = text.find(header + "\n");
+        if (at == std::string::npos) return "";
+        const size_t end = text.find("\n[", at);
+        return text.substr(at, end == std::string::npos ? std::string::npos : end + 1 - at);
+    }
+    const std::string skeleton_ = read_file(KOVA_SKELETON_DIR "/usr/kova/etc/smb.conf");
+};
+
+TEST_F(ShareDb, TheFileComesBackAsItWasWritten) {
+    PKOVASHAREDB db = KOVAShareDBOpen();
+    ASSERT_NE(db, nullptr);
+    ASSERT_EQ(KOVAShareDBDump(db), 0);
+    KOVAShareDBClose(db);
+    EXPECT_EQ(conf(), skeleton_);
+    EXPECT_FALSE(file_exists(path("/usr/kova/etc/smb.conf.tmp")));
+}
+
+TEST_F(ShareDb, ChangesAreWrittenInTheDefinedForm) {
+    KOVASHARE media =
+        make("media", "/volume1/media", "", "alice,zed,@sales", "bob,ALICE", KOVA_SHARE_READ_ONLY);
+    media.szComment = const_cast<char *>("Films and music");
+    media.ftpWriteOnly = 1;
+    ASSERT_EQ(KOVAShareSet(nullptr, &media), 0);
+    EXPECT_EQ(section("[media]"),
+              "[media]\n"
+              "\tinvalid users=nobody,nobody\n"
+              "\tvalid users=nobody,bob,ALICE,zed,@sales,nobody\n"
+              "\tcomment=\"Films and music\"\n"
+              "\tpath=/volume1/media\n"
+              "\tguest ok=yes\n"
+              "\tbrowseable=yes\n"
+              "\tftp write only=yes\n"
+              "\tread list=nobody,bob,ALICE,nobody\n"
+              "\twrite list=nobody,alice,zed,@sales,nobody\n"
+              "\twriteable=no\n");
+    // The record stands as it was given; read back from the file (the cache rebuilt after an
+    // edit), the lists hold only what exists, as it is named.
+    Share read;
+    ASSERT_EQ(KOVAShareGet("MEDIA", &read.p), 0);
+    EXPECT_STREQ(read->szRWList, "alice,zed,@sales");
+    write_file(path("/usr/kova/etc/smb.conf"), conf());
+    ASSERT_EQ(KOVAShareGet("MEDIA", &read.p), 0);
+    EXPECT_STREQ(read->szRWList, "alice,@sales");
+    EXPECT_STREQ(read->szROList, "bob,alice");
+    EXPECT_EQ(read->ftpWriteOnly, 1);
+
+    KOVASHARE renamed = make("Public Files", "/volume1/public", "", "", "", KOVA_SHARE_NO_ACCESS);
+    ASSERT_EQ(KOVAShareSet("public", &renamed), 0);
+    ASSERT_EQ(KOVAShareDelete("SALES"), 0);
+    List names;
+    EXPECT_EQ(KOVAShareEnum(&names.p), 3);
+    EXPECT_EQ(names.joined(), "homes,media,Public Files");
+    EXPECT_EQ(section("[Public Files]"),
+              "[Public Files]\n"
+              "\tinvalid users=nobody,nobody\n"
+              "\tvalid users=nobody,nobody\n"
+              "\tcomment=\"\"\n"
+              "\tpath=/volume1/public\n"
+              "\tguest ok=no\n"
+              "\tbrowseable=yes\n"
+              "\tftp write only=no\n"
+              "\tread list=nobody,nobody\n"
+              "\twrite list=nobody,nobody\n"
+              "\twriteable=no\n");
+    EXPECT_EQ(conf().substr(0, 100), skeleton_.substr(0, 100));  // the reserved sections stay
+    EXPECT_FALSE(file_exists(path("/usr/kova/etc/smb.conf.tmp")));
+}
+
+// The default access from the lists' "@users" (deny, then read-write, then read-only) or from
+// the two keys; an undefined pair is logged and read as read-only. Reserved sections in any
+// case stay sections.
+TEST_F(ShareDb, DefaultAccessAndReservedSectionsFromTheFile) {
+    write_file(path("/usr/kova/etc/smb.conf"),
+               "[GLOBAL]\n workgroup = OFFICE\n"
+               "[both]\n path=/v/both\n read list=@users\n write list=@users\n"
+               "[denied]\n path=/v/denied\n invalid users=@users\n write list=@users\n"
+               "[odd]\n path=/v/odd\n guest ok=no\n writeable=yes\n"
+               "[Printers]\n printable = yes\n"
+               "[empty]\n");
+    LogCapture log;
+    Share share;
+    ASSERT_EQ(KOVAShareGet("both", &share.p), 0);
+    EXPECT_EQ(share->fType, KOVA_SHARE_READ_WRITE);
+    ASSERT_EQ(KOVAShareGet("denied", &share.p), 0);
+    EXPECT_EQ(share->fType, KOVA_SHARE_NO_ACCESS);
+    ASSERT_EQ(KOVAShareGet("odd", &share.p), 0);
+    EXPECT_EQ(share->fType, KOVA_SHARE_READ_ONLY);
+    bool logged = false;
+    for (const LogLine &line : log.lines())
+        logged |=
+            line.text.find("unknown error!! guest ok = no, writeable = yes") != std::string::npos;
+    EXPECT_TRUE(logged);
+    EXPECT_EQ(KOVAShareGet("empty", &share.p), -1);
+    EXPECT_EQ(KOVAShareGet("global", &share.p), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_NO_SUCH_SHARE);
+
+    KOVASHARE extra = make("extra", "/v/extra", "", "", "", KOVA_SHARE_READ_WRITE);
+    ASSERT_EQ(KOVAShareSet(nullptr, &extra), 0);
+    EXPECT_EQ(conf().substr(0, 44), "[global]\n\tworkgroup=OFFICE\n[printers]\n\tprint");
+}
+
+TEST_F(ShareDb, RefusalsChangeNothing) {
+    KOVASHARE share = make("Sales", "/volume1/other", "", "", "", KOVA_SHARE_READ_ONLY);
+    EXPECT_EQ(KOVAShareSet(nullptr, &share), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_SHARE_EXISTS);
+    share = make("-bad", "/volume1/x", "", "", "", 1);
+    EXPECT_EQ(KOVAShareSet(nullptr, &share), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_INVALID_SHARENAME);
+    share = make("relative", "volume1/x", "", "", "", 1);
+    EXPECT_EQ(KOVAShareSet(nullptr, &share), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_SHARE_PATH_NOT_ABSOLUTE);
+    share = make("ghost", "/volume1/x", "", "", "", 1);
+    EXPECT_EQ(KOVAShareSet("nothere", &share), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_NO_SUCH_SHARE);
+    EXPECT_EQ(KOVAShareDelete("nothere"), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_NO_SUCH_SHARE);
+    EXPECT_EQ(conf(), skeleton_);
+}
+
+TEST_F(ShareDb, HandEditsAreSeen) {
+    List before;
+    EXPECT_EQ(KOVAShareEnumByPrefix(&before.p, "S"), 1);
+    write_file(path("/usr/kova/etc/smb.conf"),
+               conf() + "[scans]\n\tpath=/volume1/scans\n\tguest ok=yes\n\twriteable=no\n");
+    List after;
+    EXPECT_EQ(KOVAShareEnumByPrefix(&after.p, "s"), 2);
+    EXPECT_EQ(after.joined(), "sales,scans");
+}
+
+int g_renames_left = 0;
+int rename_or_die(const char *from, const char *to) {
+    if (--g_renames_left == 0) raise(SIGKILL);
+    return sys::real_calls().rename(from, to);
+}
+
+// A writer killed at each rename of a change in turn: smb.conf is the old file or the new one,
+// whole, and the next program reads the share or not accordingly.
+TEST_F(ShareDb, AWriterKilledAtARenameLeavesTheOldOrTheNewFile) {
+    const std::string old_conf = conf();
+    int killed = 0;
+    for (int nth = 1; nth < 10; ++nth) {
+        const std::string name = "k" + std::to_string(nth);
+        const pid_t writer = fork();
+        if (writer == 0) {
+            alarm(60);
+            Share warm;
+            if (KOVAShareGet("public", &warm.p) != 0) _exit(2);
+            g_renames_left = nth;
+            sys::calls().rename = rename_or_die;
+            KOVASHARE share = make(name.c_str(), "/volume1/k", "", "", "", 1);
+            _exit(KOVAShareSet(nullptr, &share) == 0 ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(writer, &status, 0), writer);
+        const bool done = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        ASSERT_TRUE(done || WIFSIGNALED(status)) << "at rename " << nth;
+        const std::string now = conf();
+        const bool added = now.find("[" + name + "]\n") != std::string::npos;
+        EXPECT_TRUE(now == old_conf || (added && now.size() > old_conf.size())) << nth;
+        const pid_t next = fork();
+        if (next == 0) {
+            Share share;
+            const int found = KOVAShareGet(name.c_str(), &share.p) == 0;
+            _exit(found == added && !file_exists(path("/usr/kova/etc/smb.conf.tmp")) ? 0 : 1);
+        }
+        ASSERT_EQ(waitpid(next, &status, 0), next);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "at rename " << nth;
+        if (done) break;
+        ++killed;
+    }
+    EXPECT_GE(killed, 2);  // the file and the store
+}
+
+}  // namespace
+}  // namespace kova::test
