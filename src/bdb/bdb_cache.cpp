@@ -323,7 +323,12 @@ Lock::Lock(const Family &family) {
 }
 
 Lock::~Lock() {
+    release();
+}
+
+void Lock::release() {
     if (fd_ >= 0) sys::close(fd_);  // releases the lock
+    fd_ = -1;
 }
 
 int open_file(const Family &family, void **handle, const char *base) {
@@ -470,7 +475,9 @@ bool Change::install() {
         remove_files(family_, RootedPath(family_.tmp_base).c_str());
         return false;
     }
-    return open_locked(family_, live_, RootedPath(family_.base).c_str()) >= 0;
+    const bool reopened = open_locked(family_, live_, RootedPath(family_.base).c_str()) >= 0;
+    lock_.release();
+    return reopened;
 }
 
 namespace {

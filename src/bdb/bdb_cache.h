@@ -71,6 +71,8 @@ class Lock {
     Lock &operator=(const Lock &) = delete;
     ~Lock();
     bool held() const { return fd_ >= 0; }
+    // Lets the lock go before the end of the scope.
+    void release();
 
   private:
     int fd_ = -1;
@@ -89,7 +91,9 @@ class Change {
     // False when the lock or the copy failed (raised).
     bool ok() const { return handle_ != nullptr; }
     void *handle() const { return handle_; }
-    // Records the sources' sync times, closes the copy and renames it over the live files.
+    // Records the sources' sync times, closes the copy and renames it over the live files; the
+    // cache's lock is let go then, so that the updates that follow a change (other families'
+    // files) may rebuild this cache if they must.
     bool install();
 
   private:

@@ -12,32 +12,6 @@
 namespace kova::group {
 namespace {
 
-// The members with old_name replaced by name (dropped when name is null); false when the list
-// does not name old_name.
-bool replace_member(const char *members, const char *old_name, const char *name, char *out,
-                    size_t size) {
-    bool found = false;
-    size_t used = 0;
-    out[0] = '\0';
-    const char *at = members;
-    while (*at != '\0') {
-        const char *end = strchr(at, ',');
-        const size_t len = end != nullptr ? static_cast<size_t>(end - at) : strlen(at);
-        const bool is_old = len == strlen(old_name) && strncasecmp(at, old_name, len) == 0;
-        found = found || is_old;
-        const char *put = is_old ? name : at;
-        const size_t put_len = is_old ? (name != nullptr ? strlen(name) : 0) : len;
-        if (put != nullptr && put_len > 0 && used + put_len + 2 < size) {
-            if (used > 0) out[used++] = ',';
-            memcpy(out + used, put, put_len);
-            used += put_len;
-            out[used] = '\0';
-        }
-        at = end != nullptr ? end + 1 : at + len;
-    }
-    return found;
-}
-
 int rewrite_groups(const char *old_name, const char *name) {
     Writer writer;
     if (!writer.ok()) return -1;
@@ -55,7 +29,7 @@ int rewrite_groups(const char *old_name, const char *name) {
             if (KLIBErrGet() != ERR_BDB_END_OF_RECORDS) result = -1;
             break;
         }
-        if (replace_member(group->szMembers, old_name, name, members.get(), kLineSize) &&
+        if (user::replace_in_list(group->szMembers, old_name, name, members.get(), kLineSize) &&
             KLIBSzListPush(&names, group->szName) < 0) {
             result = -1;
             break;
@@ -71,7 +45,7 @@ int rewrite_groups(const char *old_name, const char *name) {
             result = -1;
             break;
         }
-        replace_member(old->szMembers, old_name, name, members.get(), kLineSize);
+        user::replace_in_list(old->szMembers, old_name, name, members.get(), kLineSize);
         if (KOVAGroupAlloc(&group, old->szName, old->gid, members.get()) != 0 ||
             KOVAGroupDBSet(db, upper, group) != 0) {
             result = -1;

@@ -31,7 +31,4 @@ int Writer::finish() {
     return 0;
 }
 
-// Arrives with the share family; its place in the order is kept here.
-void rename_in_shares(const char *, const char *) {}
-
 }  // namespace kova::group

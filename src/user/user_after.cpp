@@ -160,9 +160,7 @@ void home_folder(const KOVAUSER *old_user, const KOVAUSER &user) {
 
 }  // namespace
 
-// Arrives with the share family; its place in the order is kept here (modify_group is the
-// group family's).
-void modify_smb_conf(const KOVAUSER *, const KOVAUSER *) {}
+// modify_smb_conf and modify_group are the share and group families'.
 // The network-backup daemon keeps its own credentials; told of renames and deletions.
 void modify_network_backup(const KOVAUSER *, const KOVAUSER *) {}
 

@@ -1,6 +1,7 @@
 // Helpers the user family's operations share: keys, record texts, fields, recovery of the text
 // files after a writer was killed.
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -248,6 +249,30 @@ int build_line_file(const char *path, const char *what, PKOVABDB store) {
         }
     }
     return read_failed(reader) ? -1 : 0;
+}
+
+bool replace_in_list(const char *members, const char *old_name, const char *name, char *out,
+                     size_t size) {
+    bool found = false;
+    size_t used = 0;
+    out[0] = '\0';
+    const char *at = members;
+    while (*at != '\0') {
+        const char *end = strchr(at, ',');
+        const size_t len = end != nullptr ? static_cast<size_t>(end - at) : strlen(at);
+        const bool is_old = len == strlen(old_name) && strncasecmp(at, old_name, len) == 0;
+        found = found || is_old;
+        const char *put = is_old ? name : at;
+        const size_t put_len = is_old ? (name != nullptr ? strlen(name) : 0) : len;
+        if (put != nullptr && put_len > 0 && used + put_len + 2 < size) {
+            if (used > 0) out[used++] = ',';
+            memcpy(out + used, put, put_len);
+            used += put_len;
+            out[used] = '\0';
+        }
+        at = end != nullptr ? end + 1 : at + len;
+    }
+    return found;
 }
 
 }  // namespace kova::user

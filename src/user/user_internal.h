@@ -92,6 +92,12 @@ int build_id_file(const char *path, const char *what, PKOVABDB names, PKOVABDB i
 // field. 0 or -1.
 int build_line_file(const char *path, const char *what, PKOVABDB store);
 
+// A comma-separated list with every entry equal to old_name (without regard to case) replaced
+// by name, or dropped when name is null, into out (size bytes; empty entries dropped too).
+// False when the list does not name old_name.
+bool replace_in_list(const char *list, const char *old_name, const char *name, char *out,
+                     size_t size);
+
 // Whole days since the epoch.
 long today();
 

@@ -183,6 +183,54 @@ TEST_F(ShareDb, HandEditsAreSeen) {
     EXPECT_EQ(after.joined(), "sales,scans");
 }
 
+// Users and groups renamed or removed through their own operations reach every share list.
+// (The share cache exists, as on a running appliance: a cache first built after the user was
+// renamed would already have left the old name out of the lists.)
+TEST_F(ShareDb, ListsFollowUsersAndGroups) {
+    Share warm;
+    ASSERT_EQ(KOVAShareGet("sales", &warm.p), 0);
+    PKOVAUSER alice = nullptr, alicia = nullptr;
+    ASSERT_EQ(KOVAUserGet("alice", &alice), 0);
+    ASSERT_EQ(KOVAUserAlloc(&alicia, "alicia", alice->szPassword, alice->uid, alice->gid,
+                            alice->szDescription, "/var/services/homes/alicia", alice->szShell, 0,
+                            alice->szMail, alice->privilege),
+              0);
+    ASSERT_EQ(KOVAUserSetOne("alice", alicia), 0);
+    KOVAUserFree(alice);
+    KOVAUserFree(alicia);
+    Share share;
+    ASSERT_EQ(KOVAShareGet("sales", &share.p), 0);
+    EXPECT_STREQ(share->szRWList, "@sales,alicia");
+    ASSERT_EQ(KOVAShareGet("homes", &share.p), 0);
+    EXPECT_STREQ(share->szRWList, "alicia,bob");
+
+    ASSERT_EQ(KOVAUserDelete("bob"), 0);
+    ASSERT_EQ(KOVAShareGet("sales", &share.p), 0);
+    EXPECT_STREQ(share->szROList, "");
+
+    PKOVAGROUP group = nullptr;
+    ASSERT_EQ(KOVAGroupAlloc(&group, "vertrieb", 0, "alicia"), 0);
+    ASSERT_EQ(KOVAGroupSet("sales", group), 0);
+    KOVAGroupFree(group);
+    ASSERT_EQ(KOVAShareGet("sales", &share.p), 0);
+    EXPECT_STREQ(share->szRWList, "@vertrieb,alicia");
+    ASSERT_EQ(KOVAGroupDelete("vertrieb"), 0);
+    ASSERT_EQ(KOVAShareGet("sales", &share.p), 0);
+    EXPECT_STREQ(share->szRWList, "alicia");
+    EXPECT_EQ(section("[sales]"),
+              "[sales]\n"
+              "\tinvalid users=nobody,guest,nobody\n"
+              "\tvalid users=nobody,alicia,nobody\n"
+              "\tcomment=\"Sales: offers and contracts\"\n"
+              "\tpath=/volume1/sales\n"
+              "\tguest ok=no\n"
+              "\tbrowseable=yes\n"
+              "\tftp write only=no\n"
+              "\tread list=nobody,nobody\n"
+              "\twrite list=nobody,alicia,nobody\n"
+              "\twriteable=no\n");
+}
+
 int g_renames_left = 0;
 int rename_or_die(const char *from, const char *to) {
     if (--g_renames_left == 0) raise(SIGKILL);
