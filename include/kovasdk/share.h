@@ -91,6 +91,12 @@ KOVA_API int KOVAShareDBCheckExists(PKOVASHAREDB pShareDb, const char *szKey);
  * be free (ERR_SHARE_EXISTS). 0 or -1. */
 KOVA_API int KOVAShareDBSet(PKOVASHAREDB pShareDb, const char *szOldName, const KOVASHARE *pShare);
 KOVA_API int KOVAShareDBDelete(PKOVASHAREDB pShareDb, const char *szName);
+/* The shares of the cache one by one (cursorType KOVA_BDB_CURSOR_FIRST to begin,
+ * KOVA_BDB_CURSOR_NEXT to go on): 0, or -1 (ERR_BDB_END_OF_RECORDS at the end). EnumI pushes
+ * every share name, EnumTypeMatched those of one fType (0: all): their number, or -1. */
+KOVA_API int KOVAShareDBCursorGet(PKOVASHAREDB pShareDb, int32_t cursorType, PKOVASHARE *ppShare);
+KOVA_API int KOVAShareDBEnumI(PKOVASHAREDB pShareDb, PKLIBSZLIST *ppList);
+KOVA_API int KOVAShareDBEnumTypeMatched(PKOVASHAREDB pShareDb, int32_t fType, PKLIBSZLIST *ppList);
 /* A record from a share section's keys (lower-cased): lists kept to existing users and groups,
  * fType from "@users" in a list or from "guest ok" and "writeable". 0 or -1. */
 KOVA_API int ShareAllocFromConf(const char *szSection, const KLIBSZHASH *pKeys,
@@ -104,6 +110,16 @@ KOVA_API int KOVAShareSet(const char *szOldName, const KOVASHARE *pShare);
 KOVA_API int KOVAShareDelete(const char *szName);
 KOVA_API int KOVAShareEnum(PKLIBSZLIST *ppList);
 KOVA_API int KOVAShareEnumByPrefix(PKLIBSZLIST *ppList, const char *szPrefix);
+/* Share names matching a POSIX extended regular expression; share names whose path is the
+ * mount path or lies below it. */
+KOVA_API int KOVAShareEnumByRegex(PKLIBSZLIST *ppList, const char *szRegex);
+KOVA_API int KOVAShareEnumByMntPath(PKLIBSZLIST *ppList, const char *szMntPath);
+/* The reserved sections: the lines of one as a hash (keys lower-cased; ERR_SECTION_NOT_FOUND
+ * when the file has no such section), written from a hash, removed. Another section name is
+ * refused (ERR_BAD_PARAMETERS). 0 or -1. */
+KOVA_API int KOVAShareRSectionGet(const char *szSection, PKLIBSZHASH *ppHash);
+KOVA_API int KOVAShareRSectionSet(const char *szSection, PKLIBSZHASH pHash);
+KOVA_API int KOVAShareRSectionRemove(const char *szSection);
 
 /* The packed record into *ppData (a heap block of *pcbAlloc bytes, grown as needed): its
  * length, or -1. */

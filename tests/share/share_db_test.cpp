@@ -10,6 +10,7 @@
 #include "core/sys.h"
 #include "kovasdk/error.h"
 #include "kovasdk/file.h"
+#include "kovasdk/hash.h"
 #include "kovasdk/share.h"
 #include "support/sandbox.h"
 
@@ -229,6 +230,83 @@ TEST_F(ShareDb, ListsFollowUsersAndGroups) {
               "\tread list=nobody,nobody\n"
               "\twrite list=nobody,alicia,nobody\n"
               "\twriteable=no\n");
+}
+
+TEST_F(ShareDb, ReservedSectionsAndWalks) {
+    PKLIBSZHASH global = PshKLIBSzHashAlloc(0);
+    ASSERT_EQ(KOVAShareRSectionGet("Global", &global), 0);
+    EXPECT_STREQ(SzKLIBSzHashGetValue(global, "workgroup"), "WORKGROUP");
+    EXPECT_STREQ(SzKLIBSzHashGetValue(global, "map to guest"), "Bad User");
+    ASSERT_GE(KLIBSzHashSetValue(&global, "workgroup", "OFFICE"), 0);
+    ASSERT_EQ(KOVAShareRSectionSet("global", global), 0);
+    KLIBSzHashFree(global);
+    EXPECT_NE(section("[global]").find("\tworkgroup=OFFICE\n"), std::string::npos);
+    PKLIBSZHASH sales = PshKLIBSzHashAlloc(0);
+    EXPECT_EQ(KOVAShareRSectionGet("sales", &sales), -1);  // a share, not a reserved section
+    EXPECT_EQ(KLIBErrGet(), ERR_BAD_PARAMETERS);
+    EXPECT_EQ(KOVAShareRSectionSet("sales", sales), -1);
+    KLIBSzHashFree(sales);
+    ASSERT_EQ(KOVAShareRSectionRemove("PRINTERS"), 0);
+    EXPECT_EQ(section("[printers]"), "");
+    EXPECT_EQ(KOVAShareRSectionRemove("printers"), -1);
+    EXPECT_EQ(KLIBErrGet(), ERR_SECTION_NOT_FOUND);
+
+    List matched, under, denied;
+    EXPECT_EQ(KOVAShareEnumByRegex(&matched.p, "^(homes|sal)"), 2);
+    EXPECT_EQ(matched.joined(), "homes,sales");
+    EXPECT_EQ(KOVAShareEnumByRegex(&matched.p, "(unclosed"), -1);
+    KOVASHARE deep = make("deep", "/volume10/x", "", "", "", 1);
+    ASSERT_EQ(KOVAShareSet(nullptr, &deep), 0);
+    EXPECT_EQ(KOVAShareEnumByMntPath(&under.p, "/volume1/"), 3);  // not /volume10
+    EXPECT_EQ(under.joined(), "homes,public,sales");
+    PKOVASHAREDB db = KOVAShareDBOpen();
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(KOVAShareDBEnumTypeMatched(db, KOVA_SHARE_NO_ACCESS, &denied.p), 2);
+    EXPECT_EQ(denied.joined(), "homes,sales");
+    KOVAShareDBClose(db);
+}
+
+// A reader enumerating shares while another process adds and renames 100 shares never fails
+// and never misses a share that stays.
+TEST_F(ShareDb, ReadersSeeEveryShareWhileAWriterWorks) {
+    const std::string done = path("/tmp/writer-done");
+    const pid_t reader = fork();
+    if (reader == 0) {
+        alarm(120);
+        int reads = 0;
+        while (!file_exists(done) || reads == 0) {
+            List names;
+            if (KOVAShareEnum(&names.p) < 3) _exit(1);
+            const std::string all = "," + names.joined() + ",";
+            for (const char *share : {",homes,", ",public,", ",sales,"})
+                if (all.find(share) == std::string::npos) _exit(2);
+            ++reads;
+        }
+        _exit(0);
+    }
+    const pid_t writer = fork();
+    if (writer == 0) {
+        alarm(120);
+        for (int i = 0; i < 100; ++i) {
+            const std::string name = "s" + std::to_string(i);
+            KOVASHARE share = make(name.c_str(), "/volume1/s", "", "", "", 1);
+            if (KOVAShareSet(nullptr, &share) != 0) _exit(1);
+            if (i % 2 == 0) {
+                const std::string renamed = "r" + std::to_string(i);
+                share.szName = const_cast<char *>(renamed.c_str());
+                if (KOVAShareSet(name.c_str(), &share) != 0) _exit(2);
+            }
+        }
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(writer, &status, 0), writer);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    write_file(done, "");
+    ASSERT_EQ(waitpid(reader, &status, 0), reader);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "reader status " << status;
+    List names;
+    EXPECT_EQ(KOVAShareEnum(&names.p), 103);
 }
 
 int g_renames_left = 0;
