@@ -35,6 +35,11 @@ inline void **as_handle(PKOVASHAREDB *db) {
     return reinterpret_cast<void **>(db);
 }
 
+// What follows a share outside smb.conf (old null for a new share): its folder and the
+// settings that name it. Failures are logged.
+void after_share_set(const KOVASHARE *old, const KOVASHARE &share);
+void after_share_delete(const KOVASHARE &share);
+
 // Removes the temporary file of a dump that a killed writer left.
 void recover_text_files();
 

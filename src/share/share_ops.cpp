@@ -77,18 +77,34 @@ int KOVAShareGet(const char *szName, PKOVASHARE *ppShare) {
 
 int KOVAShareSet(const char *szOldName, const KOVASHARE *pShare) {
     if (pShare == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
-    kova::share::Writer writer;
-    if (!writer.ok()) return -1;
-    if (KOVAShareDBSet(writer.db(), szOldName, pShare) != 0) return -1;
-    return writer.finish();
+    PKOVASHARE old = nullptr;
+    int result = 0;
+    {
+        kova::share::Writer writer;
+        if (!writer.ok()) return -1;
+        if (szOldName != nullptr && KOVAShareDBGet(writer.db(), szOldName, &old) != 0) return -1;
+        result = KOVAShareDBSet(writer.db(), szOldName, pShare);
+        if (result == 0) result = writer.finish();
+        if (result == 0) kova::share::after_share_set(old, *pShare);
+    }
+    KOVAShareFree(old);
+    return result;
 }
 
 int KOVAShareDelete(const char *szName) {
     if (szName == nullptr) return kova::fail(ERR_BAD_PARAMETERS);
-    kova::share::Writer writer;
-    if (!writer.ok()) return -1;
-    if (KOVAShareDBDelete(writer.db(), szName) != 0) return -1;
-    return writer.finish();
+    PKOVASHARE old = nullptr;
+    int result = 0;
+    {
+        kova::share::Writer writer;
+        if (!writer.ok()) return -1;
+        if (KOVAShareDBGet(writer.db(), szName, &old) != 0) return -1;
+        result = KOVAShareDBDelete(writer.db(), szName);
+        if (result == 0) result = writer.finish();
+        if (result == 0) kova::share::after_share_delete(*old);
+    }
+    KOVAShareFree(old);
+    return result;
 }
 
 int KOVAShareEnum(PKLIBSZLIST *ppList) {

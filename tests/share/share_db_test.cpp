@@ -1,6 +1,7 @@
 // The share cache over the skeleton's smb.conf: the file written back, changes, the default
 // access read from the file, reads, refusals, hand edits and a writer killed at its rename.
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -307,6 +308,46 @@ TEST_F(ShareDb, ReadersSeeEveryShareWhileAWriterWorks) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "reader status " << status;
     List names;
     EXPECT_EQ(KOVAShareEnum(&names.p), 103);
+}
+
+// A share's folder and the settings that name it follow the share.
+TEST_F(ShareDb, FoldersAndSettingsFollowTheShare) {
+    const std::string info = path("/etc/kovainfo.conf");
+    write_file(info, read_file(info) + "usbcopyfolder=\"sales\"\nftpanonymousroot=\"public\"\n");
+    write_file(path("/etc/kovalocalbkp.conf"), "dest_share=\"sales\"\n");
+    write_file(path("/etc/exports"),
+               "/volume1/sales\t*(rw,sync)\n/volume1/salesarchive *(ro)\n/volume1/public *(ro)\n");
+    write_file(path("/volume1/sales/offer.txt"), "10% off\n");
+
+    KOVASHARE media = make("media", "/volume1/media", "", "", "", 1);
+    ASSERT_EQ(KOVAShareSet(nullptr, &media), 0);
+    struct stat st {};
+    ASSERT_EQ(stat(path("/volume1/media").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0777u);
+
+    Share sales;
+    ASSERT_EQ(KOVAShareGet("sales", &sales.p), 0);
+    KOVASHARE moved = *sales.p;
+    moved.szName = const_cast<char *>("vertrieb");
+    moved.szPath = const_cast<char *>("/volume2/vertrieb");
+    ASSERT_EQ(KOVAShareSet("sales", &moved), 0);
+    EXPECT_EQ(read_file(path("/volume2/vertrieb/offer.txt")), "10% off\n");
+    EXPECT_FALSE(file_exists(path("/volume1/sales")));
+    char value[32];
+    ASSERT_GT(KLIBFileGetKeyValue(info.c_str(), "usbcopyfolder", value, sizeof value, 0), 0);
+    EXPECT_STREQ(value, "vertrieb");
+    EXPECT_EQ(read_file(path("/etc/kovalocalbkp.conf")), "dest_share=\"vertrieb\"\n");
+    EXPECT_EQ(
+        read_file(path("/etc/exports")),
+        "/volume2/vertrieb\t*(rw,sync)\n/volume1/salesarchive *(ro)\n/volume1/public *(ro)\n");
+
+    write_file(path("/volume1/public/readme"), "hello\n");
+    ASSERT_EQ(KOVAShareDelete("public"), 0);
+    EXPECT_FALSE(file_exists(path("/volume1/public")));
+    EXPECT_TRUE(file_exists(path("/volume1/@tmp")));  // where it went, to be removed
+    EXPECT_NE(read_file(info).find("\nftpanonymousroot=\"\"\n"), std::string::npos);
+    EXPECT_EQ(read_file(path("/etc/exports")),
+              "/volume2/vertrieb\t*(rw,sync)\n/volume1/salesarchive *(ro)\n");
 }
 
 int g_renames_left = 0;
