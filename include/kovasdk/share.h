@@ -114,6 +114,9 @@ KOVA_API int KOVAShareEnumByPrefix(PKLIBSZLIST *ppList, const char *szPrefix);
  * mount path or lies below it. */
 KOVA_API int KOVAShareEnumByRegex(PKLIBSZLIST *ppList, const char *szRegex);
 KOVA_API int KOVAShareEnumByMntPath(PKLIBSZLIST *ppList, const char *szMntPath);
+/* Empties every share's "#recycle" folder in a process of its own (its pid in
+ * "/tmp/cleanrecycle.pid" while it works): 0 once started, -1. */
+KOVA_API int KOVAShareRecycleClean(void);
 /* The reserved sections: the lines of one as a hash (keys lower-cased; ERR_SECTION_NOT_FOUND
  * when the file has no such section), written from a hash, removed. Another section name is
  * refused (ERR_BAD_PARAMETERS). 0 or -1. */

@@ -350,6 +350,21 @@ TEST_F(ShareDb, FoldersAndSettingsFollowTheShare) {
               "/volume2/vertrieb\t*(rw,sync)\n/volume1/salesarchive *(ro)\n");
 }
 
+TEST_F(ShareDb, RecycleFoldersAreEmptied) {
+    write_file(path("/volume1/public/#recycle/old/report.txt"), "x\n");
+    write_file(path("/volume1/sales/#recycle/offer.txt"), "y\n");
+    write_file(path("/volume1/sales/kept.txt"), "z\n");
+    ASSERT_EQ(KOVAShareRecycleClean(), 0);
+    for (int i = 0; i < 200 && file_exists(path("/volume1/sales/#recycle/offer.txt")); ++i)
+        usleep(10000);
+    for (int i = 0; i < 200 && file_exists(path("/tmp/cleanrecycle.pid")); ++i)
+        usleep(10000);
+    EXPECT_TRUE(new_entries("/volume1/public/#recycle").empty());
+    EXPECT_TRUE(new_entries("/volume1/sales/#recycle").empty());
+    EXPECT_TRUE(file_exists(path("/volume1/sales/kept.txt")));
+    EXPECT_FALSE(file_exists(path("/tmp/cleanrecycle.pid")));
+}
+
 int g_renames_left = 0;
 int rename_or_die(const char *from, const char *to) {
     if (--g_renames_left == 0) raise(SIGKILL);
