@@ -54,12 +54,26 @@ bool lock_file_ready(const char *path) {
     kova::sys::close(fd);
     return true;
 }
+
+// Whether the entry is a regular file, looked up by its name within the open lock directory
+// (every lock call checks the whole table: a lookup of one name, not of the whole path).
+bool regular_in(int dir_fd, const char *lock_dir, const char *path) {
+    const size_t dir_len = strlen(lock_dir);
+    if (dir_fd < 0 || strncmp(path, lock_dir, dir_len) != 0 || strchr(path + dir_len, '/')) {
+        return false;
+    }
+    struct stat st {};
+    return fstatat(dir_fd, path + dir_len, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
+}
 }  // namespace
 
 int ErrKLIBILockCheckDir(void) {
     const kova::RootedPath dir(kova::paths::kLockDir);
     if (!lock_directory_ready(dir.c_str())) return kova::fail(ERR_CREATE_FAILED, kLineDirectory);
+    const kova::UniqueFd dir_fd(
+        kova::sys::open(dir.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     for (const KLIBFILELOCK *entry = rgslckList; entry->bit != 0; ++entry) {
+        if (regular_in(dir_fd.get(), kova::paths::kLockDir, entry->szPath)) continue;
         if (!lock_file_ready(kova::RootedPath(entry->szPath).c_str()))
             return kova::fail(ERR_OPEN_FAILED, kLineEntry);
     }

@@ -71,7 +71,7 @@ int KOVAShareGet(const char *szName, PKOVASHARE *ppShare) {
         kept().read([&](void *db) { return KOVAShareDBGet(as_db(db), szName, ppShare); });
     const uint32_t code = KLIBErrGet();
     if (ErrKLIBFileUnlock(KLIB_LOCK_SMB) != 0) return kova::fail(ERR_UNLOCK_FAILED);
-    KLIBErrSet(code);
+    if (result != 0) KLIBErrSet(code);  // the read's failure, not the unlock's state
     return result;
 }
 
