@@ -615,4 +615,34 @@ void *Kept::current() {
     return handle_;
 }
 
+namespace {
+constexpr int kWriterLockSeconds = 30;
+}
+
+Writer::Writer(const Family &family, const WriterOps &ops) : family_(family), ops_(ops) {
+    if (ErrKLIBFileLock(ops.lock_bit | KLIB_LOCK_EX | KLIB_LOCK_NB, kWriterLockSeconds) != 0) {
+        if (ops.lock_failed != nullptr) log_at(LOG_ERR, Site(), ops.lock_failed);
+        return;
+    }
+    locked_ = true;
+    if (family.recover != nullptr) family.recover();
+    live_ = open(family);
+    if (live_ != nullptr) change_.emplace(family, &live_);
+}
+
+Writer::~Writer() {
+    change_.reset();
+    if (live_ != nullptr) close(family_, live_);
+    if (locked_) ErrKLIBFileUnlock(ops_.lock_bit);
+}
+
+int Writer::finish() {
+    if (ops_.dump(change_->handle()) != 0) return -1;
+    if (!change_->install()) {
+        log_at(LOG_ERR, Site(), "%s:%d the %s cache stays to be rebuilt. kovaerr=0x%04X",
+               family_.name, KLIBErrGet());
+    }
+    return 0;
+}
+
 }  // namespace kova::cache

@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <span>
 
 #include "kovasdk/bdb.h"
@@ -101,6 +102,36 @@ class Change {
     void **live_;
     Lock lock_;
     void *handle_ = nullptr;
+};
+
+// The frame every change of a family's text files runs in: the family's file lock (a lock-table
+// bit, taken exclusively), the open live cache and a private copy of it (Change). finish()
+// writes the text files from the copy and puts the copy in place; a cache that cannot be put
+// in place is left for the next reader to rebuild, since the text files are the accounts.
+struct WriterOps {
+    uint32_t lock_bit;
+    int (*dump)(void *handle);  // the family's text files from a handle: 0 or -1
+    const char *lock_failed;    // logged when the lock cannot be taken (may be null)
+};
+
+class Writer {
+  public:
+    Writer(const Family &family, const WriterOps &ops);
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+    ~Writer();
+
+    bool ok() const { return change_.has_value() && change_->ok(); }
+    void *handle() const { return change_->handle(); }
+    // Dump the text files, then put the changed cache in place. 0 or -1.
+    int finish();
+
+  private:
+    const Family &family_;
+    const WriterOps &ops_;
+    bool locked_ = false;
+    void *live_ = nullptr;
+    std::optional<Change> change_;
 };
 
 // What a store records of its source beside the sync time.

@@ -58,23 +58,11 @@ inline user::IdStore group_ids(PKOVAGROUPDB db) {
 // Completes or removes the temporary files of a dump that a killed writer left.
 void recover_text_files();
 
-// The writers' frame: the group file lock, the open cache and a private copy of it.
-class Writer {
+// The writers' frame (cache::Writer) with this family's lock and files.
+class Writer : public cache::Writer {
   public:
     Writer();
-    Writer(const Writer &) = delete;
-    Writer &operator=(const Writer &) = delete;
-    ~Writer();
-
-    bool ok() const { return change_.has_value() && change_->ok(); }
-    PKOVAGROUPDB db() const { return static_cast<PKOVAGROUPDB>(change_->handle()); }
-    // Dump both files, then put the changed cache in place. 0 or -1.
-    int finish();
-
-  private:
-    bool locked_ = false;
-    PKOVAGROUPDB live_ = nullptr;
-    std::optional<cache::Change> change_;
+    PKOVAGROUPDB db() const { return static_cast<PKOVAGROUPDB>(handle()); }
 };
 
 // The call sites of the share family's updates: a group renamed (old and new name) or

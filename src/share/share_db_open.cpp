@@ -34,7 +34,11 @@ constexpr cache::Family kFamily = {
     recover_text_files,
 };
 
-constexpr int kLockSeconds = 30;
+int dump(void *handle) {
+    return KOVAShareDBDump(static_cast<PKOVASHAREDB>(handle));
+}
+
+constexpr cache::WriterOps kWriterOps = {KLIB_LOCK_SMB, dump, "%s:%d Cannot lock smb.conf."};
 
 }  // namespace
 
@@ -65,30 +69,7 @@ int share_key(const char *name, char (&key)[kKeySize]) {
     return user::upper_key(name, key);
 }
 
-Writer::Writer() {
-    if (ErrKLIBFileLock(KLIB_LOCK_SMB | KLIB_LOCK_EX | KLIB_LOCK_NB, kLockSeconds) != 0) {
-        log_at(LOG_ERR, Site(), "%s:%d Cannot lock smb.conf.");
-        return;
-    }
-    locked_ = true;
-    live_ = KOVAShareDBOpen();
-    if (live_ != nullptr) change_.emplace(family(), as_handle(&live_));
-}
-
-Writer::~Writer() {
-    change_.reset();
-    if (live_ != nullptr) KOVAShareDBClose(live_);
-    if (locked_) ErrKLIBFileUnlock(KLIB_LOCK_SMB);
-}
-
-int Writer::finish() {
-    if (KOVAShareDBDump(db()) != 0) return -1;
-    if (!change_->install()) {
-        log_at(LOG_ERR, Site(), "%s:%d the share cache stays to be rebuilt. kovaerr=0x%04X",
-               KLIBErrGet());
-    }
-    return 0;
-}
+Writer::Writer() : cache::Writer(family(), kWriterOps) {}
 
 }  // namespace kova::share
 

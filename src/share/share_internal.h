@@ -46,23 +46,11 @@ void recover_text_files();
 // The share's key: its name upper-cased, with the NUL (the length), or -1 (raised).
 int share_key(const char *name, char (&key)[kKeySize]);
 
-// The writers' frame: the configuration lock on smb.conf, the open cache and a private copy.
-class Writer {
+// The writers' frame (cache::Writer) with the configuration lock on smb.conf.
+class Writer : public cache::Writer {
   public:
     Writer();
-    Writer(const Writer &) = delete;
-    Writer &operator=(const Writer &) = delete;
-    ~Writer();
-
-    bool ok() const { return change_.has_value() && change_->ok(); }
-    PKOVASHAREDB db() const { return static_cast<PKOVASHAREDB>(change_->handle()); }
-    // Dump smb.conf, then put the changed cache in place. 0 or -1.
-    int finish();
-
-  private:
-    bool locked_ = false;
-    PKOVASHAREDB live_ = nullptr;
-    std::optional<cache::Change> change_;
+    PKOVASHAREDB db() const { return static_cast<PKOVASHAREDB>(handle()); }
 };
 
 }  // namespace kova::share

@@ -104,23 +104,11 @@ long today();
 // Completes or removes the text files' temporary files left by a writer that was killed.
 void recover_text_files();
 
-// The writers' common frame: the user file lock, the open cache and a private copy of it.
-class Writer {
+// The writers' frame (cache::Writer) with this family's lock and files.
+class Writer : public cache::Writer {
   public:
     Writer();
-    Writer(const Writer &) = delete;
-    Writer &operator=(const Writer &) = delete;
-    ~Writer();
-
-    bool ok() const { return change_.has_value() && change_->ok(); }
-    PKOVAUSERDB db() const { return static_cast<PKOVAUSERDB>(change_->handle()); }
-    // Dump the text files, then put the changed cache in place. 0 or -1.
-    int finish();
-
-  private:
-    bool locked_ = false;
-    PKOVAUSERDB live_ = nullptr;
-    std::optional<cache::Change> change_;
+    PKOVAUSERDB db() const { return static_cast<PKOVAUSERDB>(handle()); }
 };
 
 // The updates after the text files are written (they do not undo the account; failures are
