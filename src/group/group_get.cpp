@@ -48,28 +48,10 @@ int each_group(PKOVAGROUPDB db, Visit &&visit) {
 
 int enumerate(PKLIBSZLIST *list, const char *prefix) {
     if (list == nullptr || *list == nullptr) return fail(ERR_BAD_PARAMETERS);
-    char upper_prefix[kKeySize] = "";
-    int prefix_len = 0;
-    if (prefix != nullptr) {
-        prefix_len = user::upper_key(prefix, upper_prefix) - 1;
-        if (prefix_len < 0) return -1;
-    }
-    int count = 0;
-    const int walked = kept().read([&](void *db) {
-        return each_group(as_db(db), [&](const char *name) {
-            if (prefix_len > 0) {
-                char upper[kKeySize];
-                if (user::upper_key(name, upper) < 0 ||
-                    strncmp(upper, upper_prefix, static_cast<size_t>(prefix_len)) != 0) {
-                    return true;
-                }
-            }
-            if (KLIBSzListPush(list, name) < 0) return false;
-            ++count;
-            return true;
-        });
-    });
-    return walked != 0 ? -1 : count;
+    user::NamePusher push(list, prefix);
+    if (!push.ok()) return -1;
+    const int walked = kept().read([&](void *db) { return each_group(as_db(db), push); });
+    return walked != 0 ? -1 : push.count();
 }
 
 }  // namespace

@@ -275,4 +275,21 @@ bool replace_in_list(const char *members, const char *old_name, const char *name
     return found;
 }
 
+NamePusher::NamePusher(PKLIBSZLIST *list, const char *prefix) : list_(list) {
+    if (prefix != nullptr) prefix_len_ = upper_key(prefix, prefix_) - 1;
+}
+
+bool NamePusher::operator()(const char *name) {
+    if (prefix_len_ > 0) {
+        char upper[kKeySize];
+        if (upper_key(name, upper) < 0 ||
+            strncmp(upper, prefix_, static_cast<size_t>(prefix_len_)) != 0) {
+            return true;
+        }
+    }
+    if (KLIBSzListPush(list_, name) < 0) return false;
+    ++count_;
+    return true;
+}
+
 }  // namespace kova::user

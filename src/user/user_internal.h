@@ -98,6 +98,24 @@ int build_line_file(const char *path, const char *what, PKOVABDB store);
 bool replace_in_list(const char *list, const char *old_name, const char *name, char *out,
                      size_t size);
 
+// Names pushed onto a list, kept to those that begin with a prefix compared without regard to
+// case (a null prefix keeps all): the enumerations of users, groups and shares.
+class NamePusher {
+  public:
+    NamePusher(PKLIBSZLIST *list, const char *prefix);
+    // False when the prefix cannot be keyed (raised).
+    bool ok() const { return prefix_len_ >= 0; }
+    // Pushes name when it matches: false when the push failed.
+    bool operator()(const char *name);
+    int count() const { return count_; }
+
+  private:
+    PKLIBSZLIST *list_;
+    char prefix_[kKeySize] = "";
+    int prefix_len_ = 0;
+    int count_ = 0;
+};
+
 // Whole days since the epoch.
 long today();
 

@@ -230,6 +230,35 @@ TEST_F(GroupTest, RefusalsChangeNothing) {
     EXPECT_TRUE(no_tmp_files());
 }
 
+// Every allocation of a group rename failing in turn: a clean -1 with both files as they were,
+// or the rename done whole.
+TEST_F(GroupTest, AllocationFailuresChangeNothing) {
+    const auto files = [this] { return text("/etc/group") + text("/etc/group_desc"); };
+    int failed = 0;
+    for (long nth = 1;; ++nth) {
+        const std::string before = files();
+        const long start = allocation_count();
+        Group renamed("eng", "alice");
+        int rc = 0;
+        {
+            const AllocationFailure failure(nth);
+            rc = KOVAGroupSet("engineering", renamed.p);
+        }
+        const bool reached = allocation_count() - start >= nth;
+        ASSERT_TRUE(no_tmp_files()) << "allocation " << nth;
+        if (rc != 0) {
+            ++failed;
+            ASSERT_EQ(files(), before) << "allocation " << nth;
+            continue;
+        }
+        ASSERT_NE(text("/etc/group_desc").find("\neng:Engineering\n"), std::string::npos);
+        Group back("engineering", "");
+        ASSERT_EQ(KOVAGroupSet("eng", back.p), 0);
+        if (!reached) break;  // no allocation failed: every one has been tried
+    }
+    EXPECT_GT(failed, 10);
+}
+
 int g_renames_left = 0;
 int rename_or_die(const char *from, const char *to) {
     if (--g_renames_left == 0) raise(SIGKILL);

@@ -365,6 +365,35 @@ TEST_F(ShareDb, RecycleFoldersAreEmptied) {
     EXPECT_FALSE(file_exists(path("/tmp/cleanrecycle.pid")));
 }
 
+// Every allocation of a share change failing in turn: a clean -1 with smb.conf as it was, or
+// the change done whole.
+TEST_F(ShareDb, AllocationFailuresChangeNothing) {
+    Share warm;
+    ASSERT_EQ(KOVAShareGet("sales", &warm.p), 0);
+    int failed = 0;
+    for (long nth = 1;; ++nth) {
+        const std::string before = conf();
+        const long start = allocation_count();
+        KOVASHARE media = make("media", "/volume1/media", "guest", "alice,@sales", "bob", 2);
+        int rc = 0;
+        {
+            const AllocationFailure failure(nth);
+            rc = KOVAShareSet(nullptr, &media);
+        }
+        const bool reached = allocation_count() - start >= nth;
+        ASSERT_FALSE(file_exists(path("/usr/kova/etc/smb.conf.tmp"))) << "allocation " << nth;
+        if (rc != 0) {
+            ++failed;
+            ASSERT_EQ(conf(), before) << "allocation " << nth;
+            continue;
+        }
+        ASSERT_NE(section("[media]"), "");
+        ASSERT_EQ(KOVAShareDelete("media"), 0);
+        if (!reached) break;  // no allocation failed: every one has been tried
+    }
+    EXPECT_GT(failed, 10);
+}
+
 int g_renames_left = 0;
 int rename_or_die(const char *from, const char *to) {
     if (--g_renames_left == 0) raise(SIGKILL);
