@@ -11,6 +11,7 @@
 #include "kovasdk/error.h"
 #include "kovasdk/file.h"
 #include "kovasdk/group.h"
+#include "support/name_list.h"
 #include "support/sandbox.h"
 
 namespace kova::test {
@@ -29,17 +30,6 @@ struct Group {
     PKOVAGROUP operator->() const { return p; }
 };
 
-struct List {
-    PKLIBSZLIST p = PslKLIBSzListAlloc(0);
-    ~List() { KLIBSzListFree(p); }
-    std::string joined() const {
-        std::string text;
-        for (int i = 0; i < p->nItem; ++i)
-            text += std::string(i > 0 ? "," : "") + SzKLIBSzListGet(p, i);
-        return text;
-    }
-};
-
 class GroupTest : public SandboxTest {
   protected:
     void TearDown() override { ErrKLIBFileCloseLock(); }
@@ -48,7 +38,7 @@ class GroupTest : public SandboxTest {
         return !file_exists(path("/etc/group_tmp")) && !file_exists(path("/etc/group_desc.tmp"));
     }
     std::string members(const char *group) const {
-        List list;
+        NameList list;
         EXPECT_GE(KOVAGroupListMember(group, &list.p), 0);
         return list.joined();
     }
@@ -121,7 +111,7 @@ TEST_F(GroupTest, LineForms) {
     KOVAGroupFree(group);
     group = nullptr;
 
-    List members;
+    NameList members;
     ASSERT_GE(KLIBSzListPush(&members.p, "a"), 0);
     ASSERT_GE(KLIBSzListPush(&members.p, "b"), 0);
     ASSERT_EQ(KOVAGroupAlloc2(&group, "g", 7, members.p), 0);
@@ -164,7 +154,7 @@ TEST_F(GroupTest, Reads) {
     EXPECT_EQ(KOVAGroupGetByGID(4242, &group.p), -1);
     EXPECT_EQ(KLIBErrGet(), ERR_NO_SUCH_GROUP);
 
-    List all, prefixed;
+    NameList all, prefixed;
     EXPECT_EQ(KOVAGroupEnum(&all.p), 9);
     EXPECT_EQ(all.joined(), "administrators,bin,daemon,engineering,ftp,nogroup,root,sales,users");
     EXPECT_EQ(KOVAGroupEnumByPrefix(&prefixed.p, "S"), 1);

@@ -13,6 +13,7 @@
 #include "kovasdk/file.h"
 #include "kovasdk/hash.h"
 #include "kovasdk/share.h"
+#include "support/name_list.h"
 #include "support/sandbox.h"
 
 namespace kova::test {
@@ -22,17 +23,6 @@ struct Share {
     PKOVASHARE p = nullptr;
     ~Share() { KOVAShareFree(p); }
     PKOVASHARE operator->() const { return p; }
-};
-
-struct List {
-    PKLIBSZLIST p = PslKLIBSzListAlloc(0);
-    ~List() { KLIBSzListFree(p); }
-    std::string joined() const {
-        std::string text;
-        for (int i = 0; i < p->nItem; ++i)
-            text += std::string(i > 0 ? "," : "") + SzKLIBSzListGet(p, i);
-        return text;
-    }
 };
 
 KOVASHARE make(const char *name, const char *path, const char *deny, const char *rw, const char *ro,
@@ -105,7 +95,7 @@ TEST_F(ShareDb, ChangesAreWrittenInTheDefinedForm) {
     KOVASHARE renamed = make("Public Files", "/volume1/public", "", "", "", KOVA_SHARE_NO_ACCESS);
     ASSERT_EQ(KOVAShareSet("public", &renamed), 0);
     ASSERT_EQ(KOVAShareDelete("SALES"), 0);
-    List names;
+    NameList names;
     EXPECT_EQ(KOVAShareEnum(&names.p), 3);
     EXPECT_EQ(names.joined(), "homes,media,Public Files");
     EXPECT_EQ(section("[Public Files]"),
@@ -176,11 +166,11 @@ TEST_F(ShareDb, RefusalsChangeNothing) {
 }
 
 TEST_F(ShareDb, HandEditsAreSeen) {
-    List before;
+    NameList before;
     EXPECT_EQ(KOVAShareEnumByPrefix(&before.p, "S"), 1);
     write_file(path("/usr/kova/etc/smb.conf"),
                conf() + "[scans]\n\tpath=/volume1/scans\n\tguest ok=yes\n\twriteable=no\n");
-    List after;
+    NameList after;
     EXPECT_EQ(KOVAShareEnumByPrefix(&after.p, "s"), 2);
     EXPECT_EQ(after.joined(), "sales,scans");
 }
@@ -252,7 +242,7 @@ TEST_F(ShareDb, ReservedSectionsAndWalks) {
     EXPECT_EQ(KOVAShareRSectionRemove("printers"), -1);
     EXPECT_EQ(KLIBErrGet(), ERR_SECTION_NOT_FOUND);
 
-    List matched, under, denied;
+    NameList matched, under, denied;
     EXPECT_EQ(KOVAShareEnumByRegex(&matched.p, "^(homes|sal)"), 2);
     EXPECT_EQ(matched.joined(), "homes,sales");
     EXPECT_EQ(KOVAShareEnumByRegex(&matched.p, "(unclosed"), -1);
@@ -276,7 +266,7 @@ TEST_F(ShareDb, ReadersSeeEveryShareWhileAWriterWorks) {
         alarm(120);
         int reads = 0;
         while (!file_exists(done) || reads == 0) {
-            List names;
+            NameList names;
             if (KOVAShareEnum(&names.p) < 3) _exit(1);
             const std::string all = "," + names.joined() + ",";
             for (const char *share : {",homes,", ",public,", ",sales,"})
@@ -306,7 +296,7 @@ TEST_F(ShareDb, ReadersSeeEveryShareWhileAWriterWorks) {
     write_file(done, "");
     ASSERT_EQ(waitpid(reader, &status, 0), reader);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "reader status " << status;
-    List names;
+    NameList names;
     EXPECT_EQ(KOVAShareEnum(&names.p), 103);
 }
 

@@ -7,6 +7,7 @@
 #include "kovasdk/file.h"
 #include "kovasdk/kstring.h"
 #include "kovasdk/share.h"
+#include "support/name_list.h"
 #include "support/sandbox.h"
 
 namespace kova::test {
@@ -149,19 +150,6 @@ TEST(ShareRules, NamesSectionsAndDefaultAccess) {
     EXPECT_STREQ(list, "alice,Bob,carol");
 }
 
-struct List {
-    PKLIBSZLIST p = PslKLIBSzListAlloc(0);
-    List() = default;
-    explicit List(const char *names) { KLIBStrTok(names, ",", &p); }
-    ~List() { KLIBSzListFree(p); }
-    std::string joined(const char *sep = ",") const {
-        std::string text;
-        for (int i = 0; i < p->nItem; ++i)
-            text += std::string(i > 0 ? sep : "") + SzKLIBSzListGet(p, i);
-        return text;
-    }
-};
-
 class ShareLists : public SandboxTest {
   protected:
     void TearDown() override { ErrKLIBFileCloseLock(); }
@@ -169,12 +157,15 @@ class ShareLists : public SandboxTest {
 
 // The skeleton's sales group holds alice and bob.
 TEST_F(ShareLists, RightsAcrossListsAndGroups) {
-    EXPECT_EQ(UserCheckRights(List("alice").p, List("carol").p, List("@sales").p), 2);
-    EXPECT_EQ(UserCheckRights(List("").p, List("bob,BOB").p, List("alice").p), 1);
-    EXPECT_EQ(UserCheckRights(List("guest").p, List("@sales").p, List("@nothing,carol").p), 0);
-    EXPECT_EQ(UserCheckRights(List("bob,bob").p, List("@sales").p, List("").p), 2);  // 2 wins
+    EXPECT_EQ(UserCheckRights(NameList("alice").p, NameList("carol").p, NameList("@sales").p), 2);
+    EXPECT_EQ(UserCheckRights(NameList("").p, NameList("bob,BOB").p, NameList("alice").p), 1);
+    EXPECT_EQ(
+        UserCheckRights(NameList("guest").p, NameList("@sales").p, NameList("@nothing,carol").p),
+        0);
+    EXPECT_EQ(UserCheckRights(NameList("bob,bob").p, NameList("@sales").p, NameList("").p),
+              2);  // 2 wins
 
-    List rights;
+    NameList rights;
     EXPECT_EQ(ParseRights("alice,@sales", "bob,nobody", "carol,ALICE", &rights.p), 4);
     EXPECT_EQ(rights.joined(";"), "@sales - NA;alice - NA;bob - RW;carol - RO");
 
@@ -182,7 +173,7 @@ TEST_F(ShareLists, RightsAcrossListsAndGroups) {
     PKOVAGROUPDB groups = KOVAGroupDBOpen();
     ASSERT_NE(users, nullptr);
     ASSERT_NE(groups, nullptr);
-    List valid;
+    NameList valid;
     EXPECT_EQ(KOVAUserGetValidUserList2(users, groups, "ALICE,zed,@SALES,@none,guest,nobody,alice",
                                         &valid.p),
               3);

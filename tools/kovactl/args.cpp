@@ -21,4 +21,20 @@ void print_json(const nlohmann::json &json) {
     puts(json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
+int print_usage(const char *usage, bool asked) {
+    fputs(usage, asked ? stdout : stderr);
+    return asked ? 0 : 1;
+}
+
+int dispatch(int argc, char **argv, const char *command, std::span<const Subcommand> subs,
+             const char *usage) {
+    if (argc < 2 || has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
+        return print_usage(usage, argc >= 2);
+    }
+    for (const Subcommand &sub : subs)
+        if (strcmp(argv[1], sub.name) == 0) return sub.run(argc, argv);
+    fprintf(stderr, "kovactl: %s: unknown command '%s'\n", command, argv[1]);
+    return print_usage(usage, false);
+}
+
 }  // namespace kovactl

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <span>
 
 namespace kovactl {
 
@@ -11,5 +12,17 @@ bool has_flag(int argc, char **argv, const char *flag);
 const char *option(int argc, char **argv, const char *name);
 // Indented JSON on standard output; text that is not UTF-8 is replaced, never a failure.
 void print_json(const nlohmann::json &json);
+
+// The usage text on standard output when asked for (0), else on standard error (1).
+int print_usage(const char *usage, bool asked);
+
+struct Subcommand {
+    const char *name;
+    int (*run)(int argc, char **argv);  // argv[1] is the subcommand's name
+};
+// Runs the subcommand argv[1] names; none, --help or -h prints the usage, an unknown one says
+// so ("kovactl: <command>: unknown command '...'") with the usage.
+int dispatch(int argc, char **argv, const char *command, std::span<const Subcommand> subs,
+             const char *usage);
 
 }  // namespace kovactl

@@ -22,8 +22,7 @@ constexpr char kUsage[] =
     "Names match without regard to case; members that are no users are left out.\n";
 
 int usage(bool asked) {
-    fputs(kUsage, asked ? stdout : stderr);
-    return asked ? 0 : 1;
+    return print_usage(kUsage, asked);
 }
 
 std::string description_of(const char *name) {
@@ -154,20 +153,10 @@ int group_members(int argc, char **argv) {
 }  // namespace
 
 int cmd_group(int argc, char **argv) {
-    if (argc < 2 || has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
-        return usage(argc >= 2);
-    }
-    struct Sub {
-        const char *name;
-        int (*run)(int, char **);
-    };
-    static constexpr Sub kSubs[] = {{"list", group_list}, {"get", group_get},
-                                    {"add", group_add},   {"set", group_set},
-                                    {"del", group_del},   {"members", group_members}};
-    for (const Sub &sub : kSubs)
-        if (strcmp(argv[1], sub.name) == 0) return sub.run(argc, argv);
-    fprintf(stderr, "kovactl: group: unknown command '%s'\n", argv[1]);
-    return usage(false);
+    static constexpr Subcommand kSubs[] = {{"list", group_list}, {"get", group_get},
+                                           {"add", group_add},   {"set", group_set},
+                                           {"del", group_del},   {"members", group_members}};
+    return dispatch(argc, argv, "group", kSubs, kUsage);
 }
 
 }  // namespace kovactl

@@ -24,8 +24,7 @@ constexpr char kUsage[] =
     "Names match without regard to case.\n";
 
 int usage(bool asked) {
-    fputs(kUsage, asked ? stdout : stderr);
-    return asked ? 0 : 1;
+    return print_usage(kUsage, asked);
 }
 
 const char *access_text(int32_t type) {
@@ -198,20 +197,10 @@ int share_rights(int argc, char **argv) {
 }  // namespace
 
 int cmd_share(int argc, char **argv) {
-    if (argc < 2 || has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
-        return usage(argc >= 2);
-    }
-    struct Sub {
-        const char *name;
-        int (*run)(int, char **);
-    };
-    static constexpr Sub kSubs[] = {{"list", share_list}, {"get", share_get},
-                                    {"add", share_add},   {"set", share_set},
-                                    {"del", share_del},   {"rights", share_rights}};
-    for (const Sub &sub : kSubs)
-        if (strcmp(argv[1], sub.name) == 0) return sub.run(argc, argv);
-    fprintf(stderr, "kovactl: share: unknown command '%s'\n", argv[1]);
-    return usage(false);
+    static constexpr Subcommand kSubs[] = {{"list", share_list}, {"get", share_get},
+                                           {"add", share_add},   {"set", share_set},
+                                           {"del", share_del},   {"rights", share_rights}};
+    return dispatch(argc, argv, "share", kSubs, kUsage);
 }
 
 }  // namespace kovactl

@@ -26,8 +26,7 @@ constexpr char kUsage[] =
     "Names match without regard to case. Local users only are changed here.\n";
 
 int usage(bool asked) {
-    fputs(kUsage, asked ? stdout : stderr);
-    return asked ? 0 : 1;
+    return print_usage(kUsage, asked);
 }
 
 // "never", a day count since the epoch, or a date (the end of that day counts).
@@ -223,20 +222,10 @@ int user_del(int argc, char **argv) {
 }  // namespace
 
 int cmd_user(int argc, char **argv) {
-    if (argc < 2 || has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
-        return usage(argc >= 2);
-    }
-    struct Sub {
-        const char *name;
-        int (*run)(int, char **);
-    };
-    static constexpr Sub kSubs[] = {{"list", user_list}, {"get", user_get},
-                                    {"add", user_add},   {"set", user_set},
-                                    {"del", user_del},   {"passwd", user_passwd}};
-    for (const Sub &sub : kSubs)
-        if (strcmp(argv[1], sub.name) == 0) return sub.run(argc, argv);
-    fprintf(stderr, "kovactl: user: unknown command '%s'\n", argv[1]);
-    return usage(false);
+    static constexpr Subcommand kSubs[] = {{"list", user_list}, {"get", user_get},
+                                           {"add", user_add},   {"set", user_set},
+                                           {"del", user_del},   {"passwd", user_passwd}};
+    return dispatch(argc, argv, "user", kSubs, kUsage);
 }
 
 }  // namespace kovactl
