@@ -11,7 +11,7 @@ TEST_TIMEOUT ?= 300
 GENERATOR  := -G Ninja
 
 .PHONY: all deps build build-asan test test-normal test-asan test-i386 test-s390x test-cross \
-        demo bench fuzz install format format-check clean
+        test-vm vm-shell demo bench fuzz install format format-check clean
 
 all: build
 
@@ -36,6 +36,14 @@ test-asan: build-asan
 	ctest --test-dir $(ASAN_BUILD) -j $(JOBS) --output-on-failure --timeout $(TEST_TIMEOUT)
 
 test: test-normal test-asan format-check
+
+# The storage tests that need a real kernel, in a qemu guest (scripts/vm/run; settings VM_DISKS,
+# VM_DISK_SIZE, VM_FILTER, VM_TIMEOUT, VM_ACCEL are read from the environment).
+test-vm: build
+	scripts/vm/run $(BUILD)
+
+vm-shell: build
+	scripts/vm/run --shell $(BUILD)
 
 # The suite on the appliance's word size (i386: 4-byte pointers, run natively) and byte order
 # (s390x: big-endian, run under qemu). No sanitizers there: the native ASan build covers memory.
