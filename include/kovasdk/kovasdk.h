@@ -38,12 +38,14 @@
 #define KOVASDK_KOVASDK_H
 
 #include "bdb.h"
+#include "disk.h"
 #include "error.h"
 #include "file.h"
 #include "group.h"
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"
+#include "partition.h"
 #include "proc.h"
 #include "share.h"
 #include "unicode.h"

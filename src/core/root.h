@@ -22,4 +22,17 @@ class RootedPath {
     char path_[PATH_MAX];
 };
 
+// A device, sysfs or procfs path: the appliance's own namespace whoever names it, so a path
+// under /dev/, /sys/ or /proc/ resolves under the sandbox root also when a caller passes it
+// (a record's "/dev/sda" can be handed back as it is). Any other path is used as given.
+class DevicePath {
+  public:
+    explicit DevicePath(const char *path);
+    const char *c_str() const { return path_; }
+    bool ok() const { return path_[0] != '\0'; }
+
+  private:
+    char path_[PATH_MAX];
+};
+
 }  // namespace kova

@@ -22,8 +22,8 @@ int real_ioctl(int fd, unsigned long request, void *argument) {
 }
 
 constexpr Calls kReal{
-    real_open, ::close,     ::read,   ::write,  ::lseek,  ::fstat, ::fsync, ::fchown,
-    ::fchmod,  ::ftruncate, ::rename, ::linkat, ::unlink, ::mkdir, ::flock, real_ioctl,
+    real_open,   ::close,  ::read,   ::write,  ::lseek, ::fstat, ::fsync,    ::fchown, ::fchmod,
+    ::ftruncate, ::rename, ::linkat, ::unlink, ::mkdir, ::flock, real_ioctl, ::sleep,
 };
 Calls g_calls = kReal;
 

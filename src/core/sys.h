@@ -29,6 +29,7 @@ struct Calls {
     int (*mkdir)(const char *path, mode_t mode);
     int (*flock)(int fd, int operation);
     int (*ioctl)(int fd, unsigned long request, void *argument);
+    unsigned (*sleep)(unsigned seconds);  // the drives' waits (a reset's settling time)
 };
 
 // The table in force (the real calls unless a test swapped an entry).
@@ -74,6 +75,9 @@ inline int flock(int fd, int operation) {
 }
 inline int ioctl(int fd, unsigned long request, void *argument) {
     return calls().ioctl(fd, request, argument);
+}
+inline unsigned sleep(unsigned seconds) {
+    return calls().sleep(seconds);
 }
 
 // A buffered stream over fd whose reads, writes, seeks and close go through the table, so a

@@ -2,11 +2,11 @@
 // commands reach the emulated drive through every path the disk code uses, and the md driver
 // and mdadm are the real ones.
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <linux/hdreg.h>
 #include <linux/major.h>
 #include <linux/raid/md_p.h>
 #include <linux/raid/md_u.h>
-#include <linux/fs.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -26,7 +26,9 @@ namespace {
 
 class GuestBench : public GuestTest {};
 
-std::string disk(int index) { return std::string("/dev/sd") + char('a' + index); }
+std::string disk(int index) {
+    return std::string("/dev/sd") + char('a' + index);
+}
 
 // An ATA string field of IDENTIFY data, blanks trimmed.
 std::string ata_text(const unsigned char *field, size_t size) {
@@ -40,8 +42,7 @@ class Fd {
   public:
     explicit Fd(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK)) {}
     ~Fd() {
-        if (fd_ >= 0)
-            close(fd_);
+        if (fd_ >= 0) close(fd_);
     }
     int get() const { return fd_; }
 

@@ -16,8 +16,7 @@ std::string cmdline_value(const std::string &key) {
     std::istringstream words(read_text("/proc/cmdline"));
     std::string word;
     while (words >> word)
-        if (word.compare(0, key.size() + 1, key + "=") == 0)
-            return word.substr(key.size() + 1);
+        if (word.compare(0, key.size() + 1, key + "=") == 0) return word.substr(key.size() + 1);
     return "";
 }
 
@@ -28,9 +27,13 @@ void write_text(const char *path, const std::string &text) {
 
 }  // namespace
 
-bool in_guest() { return cmdline_value("kova.guest") == "1"; }
+bool in_guest() {
+    return cmdline_value("kova.guest") == "1";
+}
 
-int guest_disks() { return atoi(cmdline_value("kova.disks").c_str()); }
+int guest_disks() {
+    return atoi(cmdline_value("kova.disks").c_str());
+}
 
 int guest_run(const std::string &command) {
     int status = system((command + " > /dev/null 2>&1").c_str());

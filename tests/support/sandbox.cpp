@@ -69,6 +69,12 @@ bool LogCapture::contains(int priority, const std::string &text) const {
                        [&](const LogLine &l) { return l.priority == priority && l.text == text; });
 }
 
+bool LogCapture::mentions(int priority, const std::string &text) const {
+    return std::any_of(lines_.begin(), lines_.end(), [&](const LogLine &l) {
+        return l.priority == priority && l.text.find(text) != std::string::npos;
+    });
+}
+
 namespace {
 void record_run(const kova::testing::RunRecord &run, void *context) {
     std::string text = run.command != nullptr ? run.command : run.path;

@@ -55,6 +55,8 @@ class LogCapture {
 
     const std::vector<LogLine> &lines() const { return lines_; }
     bool contains(int priority, const std::string &text) const;
+    // A line at priority holding text anywhere (for lines that quote this file's own lines).
+    bool mentions(int priority, const std::string &text) const;
 
   private:
     std::vector<LogLine> lines_;
