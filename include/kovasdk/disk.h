@@ -140,8 +140,8 @@ KOVA_API int KLIBScemdNotify(int event);
  * unit's SCSI host and its disks: host5="/dev/sdk,/dev/sdl".
  */
 typedef struct _tag_KOVAEBOXINFO {
-    char szHost[16];     /* "host5" */
-    PKLIBSZLIST pDisks;  /* device paths */
+    char szHost[16];    /* "host5" */
+    PKLIBSZLIST pDisks; /* device paths */
 } KOVAEBOXINFO, *PKOVAEBOXINFO;
 
 #define KOVA_EBOX_CONF "/usr/kova/etc/ebox.conf"

@@ -17,7 +17,7 @@ constexpr uint8_t kAtaPassThrough16 = 0x85;
 // Protocol field (byte 1, bits 4..1) and the transfer flags of byte 2.
 constexpr uint8_t kProtocolNonData = 3 << 1;
 constexpr uint8_t kProtocolPioIn = 4 << 1;
-constexpr uint8_t kCheckCondition = 0x20;  // return the task file in the sense data
+constexpr uint8_t kCheckCondition = 0x20;    // return the task file in the sense data
 constexpr uint8_t kFromDeviceBlocks = 0x0E;  // T_DIR in, BYT_BLOK, length in sector count
 // The ATA Status Return sense descriptor and where it keeps the sector count.
 constexpr uint8_t kAtaStatusDescriptor = 0x09;
@@ -48,11 +48,21 @@ bool sense_count(const uint8_t *sense, size_t size, uint8_t *count) {
 int hdio_command(int fd, Command command, uint8_t value, uint8_t *result) {
     uint8_t args[4] = {0, 0, 0, 0};
     switch (command) {
-    case kCheckPower: args[0] = kOpCheckPower; break;
-    case kSetStandbyTimer: args[0] = kOpIdle, args[1] = value; break;
-    case kStandbyNow: args[0] = kOpStandbyNow; break;
-    case kSleep: args[0] = kOpSleep; break;
-    case kDrain: args[0] = kOpFlushCache; break;
+        case kCheckPower:
+            args[0] = kOpCheckPower;
+            break;
+        case kSetStandbyTimer:
+            args[0] = kOpIdle, args[1] = value;
+            break;
+        case kStandbyNow:
+            args[0] = kOpStandbyNow;
+            break;
+        case kSleep:
+            args[0] = kOpSleep;
+            break;
+        case kDrain:
+            args[0] = kOpFlushCache;
+            break;
     }
     if (drive_cmd(fd, args) != 0) return -1;
     if (result != nullptr) *result = args[2];
@@ -61,11 +71,16 @@ int hdio_command(int fd, Command command, uint8_t value, uint8_t *result) {
 
 uint8_t opcode_of(Command command) {
     switch (command) {
-    case kCheckPower: return kOpCheckPower;
-    case kSetStandbyTimer: return kOpIdle;
-    case kStandbyNow: return kOpStandbyNow;
-    case kSleep: return kOpSleep;
-    case kDrain: return kOpFlushCache;
+        case kCheckPower:
+            return kOpCheckPower;
+        case kSetStandbyTimer:
+            return kOpIdle;
+        case kStandbyNow:
+            return kOpStandbyNow;
+        case kSleep:
+            return kOpSleep;
+        case kDrain:
+            return kOpFlushCache;
     }
     return 0;
 }

@@ -30,9 +30,15 @@ Partition split(char *line) {
     for (char *word = strtok_r(line, " \t\n", &save); word != nullptr;
          word = strtok_r(nullptr, " \t\n", &save)) {
         switch (p.fields++) {
-        case 0: p.major = static_cast<uint32_t>(strtoul(word, nullptr, 10)); break;
-        case 1: p.minor = static_cast<uint32_t>(strtoul(word, nullptr, 10)); break;
-        case 3: snprintf(p.name, sizeof p.name, "%s", word); break;
+            case 0:
+                p.major = static_cast<uint32_t>(strtoul(word, nullptr, 10));
+                break;
+            case 1:
+                p.minor = static_cast<uint32_t>(strtoul(word, nullptr, 10));
+                break;
+            case 3:
+                snprintf(p.name, sizeof p.name, "%s", word);
+                break;
         }
     }
     return p;
@@ -137,6 +143,5 @@ int KOVADiskGetInfo(int type, uint32_t dev, PKOVADISKINFO *ppInfo) {
 int KOVALnxDiskGetInfo(int type, const char *szDevPath, PKOVADISKINFO *ppInfo) {
     if (szDevPath == nullptr) return fail(ERR_BAD_PARAMETERS);
     const char *name = strncmp(szDevPath, "/dev/", 5) == 0 ? szDevPath + 5 : szDevPath;
-    return get_info(type, ppInfo,
-                    [name](const Partition &p) { return strcmp(p.name, name) == 0; });
+    return get_info(type, ppInfo, [name](const Partition &p) { return strcmp(p.name, name) == 0; });
 }

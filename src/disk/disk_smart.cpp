@@ -49,7 +49,7 @@ int KOVADiskIsSSD(const char *szDevPath) {
         if (highest > kAta8 && id[kWordRotationRate] == kNonRotating) return 1;
     }
     if ((id[kWordCommandSetValid] & 0xC000) != 0x4000) return 0;
-    if ((id[kWordCommandSet] & 1) == 0) return 1;       // no S.M.A.R.T.
+    if ((id[kWordCommandSet] & 1) == 0) return 1;         // no S.M.A.R.T.
     if ((id[kWordCommandSetDefault] & 1) == 0) return 1;  // no S.M.A.R.T. error logging
     return 0;
 }

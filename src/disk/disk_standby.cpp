@@ -150,8 +150,8 @@ int KOVADiskSetUSBStandbyTimer(int minutes) {
     if (!shell_word(RootedPath(kUsbStandbyFile).c_str(), file, sizeof file))
         return fail(ERR_BAD_PARAMETERS);
     char command[PATH_MAX + sizeof file];
-    const int n = snprintf(command, sizeof command, "%s time=%d > %s", echo.shell_word(),
-                           minutes, file);
+    const int n =
+        snprintf(command, sizeof command, "%s time=%d > %s", echo.shell_word(), minutes, file);
     if (n < 0 || static_cast<size_t>(n) >= sizeof command) return fail(ERR_BAD_PARAMETERS);
     if (run_shell(command) != 0) {
         log(LOG_ERR, "system(%s) error", command);

@@ -2,6 +2,7 @@
 #include <kovasdk/kovasdk.h>
 
 #include <fcntl.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -213,6 +214,21 @@ static void share_family(void) {
     free(packed);
 }
 
+static void disk_family(void) {
+    DISK_INFO info;
+    int klass = 0;
+    int rows = 0;
+    memset(&info, 0, sizeof info);
+    CHECK(sizeof(KOVADISKINFO) == 104);
+    CHECK(offsetof(DISK_INFO, ullSize) == 272 && sizeof(DISK_INFO) == 288);
+    CHECK(sizeof(DISK_LIST) == 2 * sizeof(void *));
+    CHECK(DiskPathParse("/dev/sdab", &info) == 0 && info.nameLen == 2 && info.idx == 2);
+    CHECK(DiskContainerGet("sdk", &klass) == 0 && klass == DISK_CONTAINER_EXTERNAL);
+    while (PartType[rows].szName != NULL)
+        ++rows;
+    CHECK(rows == 48 && PartType[47].type == 253 && PartType[15].flag == 0);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -224,6 +240,7 @@ int main(void) {
     user_family();
     group_family();
     share_family();
+    disk_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

@@ -110,7 +110,8 @@ TEST_F(DiskAta, ModelAndController) {
     EXPECT_EQ(-1, KOVADiskIsMvSocDriver("/dev/sda"));
     // A device link without a SCSI host: no second interface.
     std::filesystem::create_directories(path("/sys/block/sdc"));
-    std::filesystem::create_symlink("../../devices/virtual/block/sdc", path("/sys/block/sdc/device"));
+    std::filesystem::create_symlink("../../devices/virtual/block/sdc",
+                                    path("/sys/block/sdc/device"));
     EXPECT_EQ(0, KOVADiskIsMvSocDriver("sdc"));
 
     LogCapture log;
@@ -142,8 +143,9 @@ TEST_F(DiskAta, WriteCacheOverBothInterfaces) {
 
     // Failures: a failed MODE SENSE is reported on standard output and read as off.
     b.fail_errno = EIO;
-    EXPECT_NE(std::string::npos, capture_stdout([] { KOVADiskWriteCacheGet("/dev/sdb"); })
-                                     .find("Failed to run ioctl SG_IO"));
+    EXPECT_NE(std::string::npos, capture_stdout([] {
+                                     KOVADiskWriteCacheGet("/dev/sdb");
+                                 }).find("Failed to run ioctl SG_IO"));
     a.fail_errno = EIO;
     LogCapture log;
     EXPECT_EQ(0, KOVADiskWriteCacheGet("/dev/sda"));
@@ -300,14 +302,14 @@ TEST_F(DiskAta, SolidStateFromIdentifyWords) {
         int ssd;
     };
     const Row rows[] = {
-        {0x01F0, 1, 1, 0x4000, 1, 1},       // ATA8-ACS, non-rotating
-        {0x01F0, 7200, 1, 0x4000, 1, 0},    // ATA8-ACS, spinning, S.M.A.R.T. with its log
-        {0x00F0, 1, 1, 0x4000, 1, 0},       // ATA-7: the rotation rate does not count
-        {0xFFFF, 1, 1, 0x4000, 1, 0},       // no version reported
-        {0x00F0, 0, 0, 0x4000, 1, 1},       // no S.M.A.R.T.
-        {0x00F0, 0, 1, 0x4000, 0, 1},       // no S.M.A.R.T. error logging
-        {0x00F0, 0, 0, 0xC000, 0, 0},       // word 83 not valid
-        {0x0100, 1, 1, 0x0000, 1, 1},       // bit 8 alone is ATA8-ACS
+        {0x01F0, 1, 1, 0x4000, 1, 1},     // ATA8-ACS, non-rotating
+        {0x01F0, 7200, 1, 0x4000, 1, 0},  // ATA8-ACS, spinning, S.M.A.R.T. with its log
+        {0x00F0, 1, 1, 0x4000, 1, 0},     // ATA-7: the rotation rate does not count
+        {0xFFFF, 1, 1, 0x4000, 1, 0},     // no version reported
+        {0x00F0, 0, 0, 0x4000, 1, 1},     // no S.M.A.R.T.
+        {0x00F0, 0, 1, 0x4000, 0, 1},     // no S.M.A.R.T. error logging
+        {0x00F0, 0, 0, 0xC000, 0, 0},     // word 83 not valid
+        {0x0100, 1, 1, 0x0000, 1, 1},     // bit 8 alone is ATA8-ACS
     };
     for (const Row &row : rows) {
         d.identify[80] = row.w80;

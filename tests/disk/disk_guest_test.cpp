@@ -19,12 +19,14 @@ class GuestDisk : public GuestTest {
     static std::string disk(int i) { return std::string("/dev/sd") + char('a' + i); }
     static uint64_t sysfs_bytes(int i) {
         return strtoull(read_text("/sys/block/" + disk(i).substr(5) + "/size").c_str(), nullptr,
-                        10) * 512;
+                        10) *
+               512;
     }
 };
 
 TEST_F(GuestDisk, EnumFindsEveryDiskWithSizeAndModel) {
-    write_file("/etc.defaults/kovainfo.conf", "maxdisks=\"" + std::to_string(guest_disks()) + "\"\n");
+    write_file("/etc.defaults/kovainfo.conf",
+               "maxdisks=\"" + std::to_string(guest_disks()) + "\"\n");
     PDISK_LIST list = nullptr;
     ASSERT_EQ(guest_disks(), DiskInfoEnum(&list));
     int i = 0;

@@ -24,10 +24,10 @@ TEST_F(DiskTables, PathParse) {
         int rc, idx, name_len, first;
     };
     const Row rows[] = {
-        {"/dev/sda", 0, 1, 1, 0},     {"/dev/sdj", 0, 10, 1, 0},  {"/dev/sdz", 0, 26, 1, 0},
-        {"/dev/sdaa", 0, 1, 2, 1},    {"/dev/sdbc", 0, 3, 2, 2},  {"/dev/sd", 0, -96, 1, 0},
+        {"/dev/sda", 0, 1, 1, 0},        {"/dev/sdj", 0, 10, 1, 0}, {"/dev/sdz", 0, 26, 1, 0},
+        {"/dev/sdaa", 0, 1, 2, 1},       {"/dev/sdbc", 0, 3, 2, 2}, {"/dev/sd", 0, -96, 1, 0},
         {"/dev/sdA", 0, 'A' - 96, 1, 0}, {"/dev/sda1", 0, 1, 1, 0}, {"/dev/sdabc", -1, 0, 0, 0},
-        {"/dev/hda", -1, 0, 0, 0},    {"sda", -1, 0, 0, 0},
+        {"/dev/hda", -1, 0, 0, 0},       {"sda", -1, 0, 0, 0},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.path);
@@ -35,7 +35,8 @@ TEST_F(DiskTables, PathParse) {
         LogCapture log;
         ASSERT_EQ(row.rc, DiskPathParse(row.path, &info));
         if (row.rc != 0) {
-            EXPECT_TRUE(log.mentions(LOG_ERR, std::string("bad paramters: disk path: ") + row.path));
+            EXPECT_TRUE(
+                log.mentions(LOG_ERR, std::string("bad paramters: disk path: ") + row.path));
             continue;
         }
         EXPECT_EQ(row.idx, info.idx);
@@ -54,12 +55,18 @@ TEST_F(DiskTables, ContainerClasses) {
     };
     // The skeleton names sdq as the eSATA disk.
     const Row rows[] = {
-        {"/dev/sda", 0, DISK_CONTAINER_INTERNAL}, {"sdj", 0, DISK_CONTAINER_INTERNAL},
-        {"sdk", 0, DISK_CONTAINER_EXTERNAL},      {"/dev/sdq", 0, DISK_CONTAINER_EXTERNAL},
-        {"sdaa", 0, DISK_CONTAINER_TWO_LETTER},   {"/dev/sdzz", 0, DISK_CONTAINER_TWO_LETTER},
-        {"sdA", -1, 0},                           {"sd1", -1, 0},
-        {"sda1", -1, 0},                          {"sdabc", -1, 0},
-        {"hda", -1, 0},                           {"sd", -1, 0},
+        {"/dev/sda", 0, DISK_CONTAINER_INTERNAL},
+        {"sdj", 0, DISK_CONTAINER_INTERNAL},
+        {"sdk", 0, DISK_CONTAINER_EXTERNAL},
+        {"/dev/sdq", 0, DISK_CONTAINER_EXTERNAL},
+        {"sdaa", 0, DISK_CONTAINER_TWO_LETTER},
+        {"/dev/sdzz", 0, DISK_CONTAINER_TWO_LETTER},
+        {"sdA", -1, 0},
+        {"sd1", -1, 0},
+        {"sda1", -1, 0},
+        {"sdabc", -1, 0},
+        {"hda", -1, 0},
+        {"sd", -1, 0},
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.path);
@@ -82,9 +89,9 @@ TEST_F(DiskTables, StandbyTimerValues) {
     struct Row {
         int minutes, value;
     };
-    const Row rows[] = {{0, 0},     {1, 12},    {20, 240},  {21, 252},  {22, -1},   {29, -1},
-                        {30, 241},  {60, 242},  {45, -1},   {330, 251}, {360, -1},  {450, -1},
-                        {480, 253}, {481, -1},  {-1, -1},   {-30, -1}};
+    const Row rows[] = {{0, 0},     {1, 12},   {20, 240}, {21, 252},  {22, -1},  {29, -1},
+                        {30, 241},  {60, 242}, {45, -1},  {330, 251}, {360, -1}, {450, -1},
+                        {480, 253}, {481, -1}, {-1, -1},  {-30, -1}};
     for (const Row &row : rows)
         EXPECT_EQ(row.value, disk::standby_ata_value(row.minutes)) << row.minutes;
     // Refused requests change nothing and send nothing.
@@ -115,21 +122,21 @@ TEST_F(DiskTables, EnumWalksProcPartitions) {
     };
     // SCSI disks after IDE disks, partitions and other devices skipped, file order kept. The
     // IDE majors 88-91 lie inside the SCSI range too, so hdm is listed in both passes (kept).
-    EXPECT_EQ((std::vector<uint32_t>{0x0300, 0x0340, 0x5800, 0x0800, 0x0820, 0x4100, 0x5800,
-                                     0x87F0}),
-              devs_of("   8        0    4194304 sda\n"
-                      "   8        1    2490043 sda1\n"
-                      "   3        0     100000 hda\n"
-                      "   8       32    4194304 sdc\n"
-                      "   7        0       1000 loop0\n"
-                      "   3       64     100000 hdb\n"
-                      "   3        1      10000 hda1\n"
-                      "  65        0    4194304 sdq\n"
-                      "   9        2    4000000 md2\n"
-                      "  88        0     100000 hdm\n"
-                      " 135      240    4194304 sdif\n"
-                      " 136        0    4194304 sdig\n"
-                      "  8\n"));
+    EXPECT_EQ(
+        (std::vector<uint32_t>{0x0300, 0x0340, 0x5800, 0x0800, 0x0820, 0x4100, 0x5800, 0x87F0}),
+        devs_of("   8        0    4194304 sda\n"
+                "   8        1    2490043 sda1\n"
+                "   3        0     100000 hda\n"
+                "   8       32    4194304 sdc\n"
+                "   7        0       1000 loop0\n"
+                "   3       64     100000 hdb\n"
+                "   3        1      10000 hda1\n"
+                "  65        0    4194304 sdq\n"
+                "   9        2    4000000 md2\n"
+                "  88        0     100000 hdm\n"
+                " 135      240    4194304 sdif\n"
+                " 136        0    4194304 sdig\n"
+                "  8\n"));
     // Minors above 255 go to the top bits; the major is cut to 12 bits.
     EXPECT_EQ(0x108010u, disk::encode_dev(128, 0x110));
     EXPECT_EQ(0x00100u, disk::encode_dev(0x1001, 0));

@@ -79,26 +79,37 @@ int ata(FakeDrive &d, uint8_t op, uint8_t count_in, uint8_t feature, uint8_t *da
         uint8_t *count) {
     if (d.fail_errno != 0) return d.fail_errno;
     switch (op) {
-    case 0xE5: *count = d.power; break;
-    case 0xE3: d.log.push_back("E3 " + std::to_string(count_in)); return 0;
-    case 0xE0: d.power = 0x00; break;
-    case 0xE6: d.power = 0x00; break;
-    case 0xE7: break;
-    case 0xEC:
-        if (data == nullptr) return EINVAL;
-        put_identify(d, data);
-        break;
-    case 0xA1: return EIO;
-    case 0xEF:
-        if (feature == 0x02) d.identify[85] |= 1 << 5;
-        if (feature == 0x82) d.identify[85] &= ~(1 << 5);
-        d.log.push_back("EF " + hex(feature));
-        return 0;
-    case 0xB0:
-        if (feature != 0xD0 || data == nullptr) return EINVAL;
-        memcpy(data, d.smart, sizeof d.smart);
-        break;
-    default: return EINVAL;
+        case 0xE5:
+            *count = d.power;
+            break;
+        case 0xE3:
+            d.log.push_back("E3 " + std::to_string(count_in));
+            return 0;
+        case 0xE0:
+            d.power = 0x00;
+            break;
+        case 0xE6:
+            d.power = 0x00;
+            break;
+        case 0xE7:
+            break;
+        case 0xEC:
+            if (data == nullptr) return EINVAL;
+            put_identify(d, data);
+            break;
+        case 0xA1:
+            return EIO;
+        case 0xEF:
+            if (feature == 0x02) d.identify[85] |= 1 << 5;
+            if (feature == 0x82) d.identify[85] &= ~(1 << 5);
+            d.log.push_back("EF " + hex(feature));
+            return 0;
+        case 0xB0:
+            if (feature != 0xD0 || data == nullptr) return EINVAL;
+            memcpy(data, d.smart, sizeof d.smart);
+            break;
+        default:
+            return EINVAL;
     }
     d.log.push_back(hex(op));
     return 0;
@@ -142,24 +153,34 @@ int fake_ioctl(int fd, unsigned long request, void *argument) {
     if (d == nullptr) return sys::real_calls().ioctl(fd, request, argument);
     int err = 0;
     switch (request) {
-    case BLKGETSIZE: *static_cast<unsigned long *>(argument) = static_cast<unsigned long>(d->sectors); break;
-    case BLKFLSBUF: d->log.push_back("BLKFLSBUF"); break;
-    case BLKRASET: d->log.push_back("RA " + std::to_string(reinterpret_cast<long>(argument))); break;
-    case HDIO_DRIVE_RESET:
-    case HDIO_SET_DMA:
-        d->log.push_back(request == HDIO_DRIVE_RESET ? "RESET" : "DMA " + std::to_string(
-                                                                         reinterpret_cast<long>(argument)));
-        err = d->reset_errno;
-        break;
-    case HDIO_DRIVE_CMD: {
-        auto *args = static_cast<uint8_t *>(argument);
-        uint8_t count = 0;
-        err = ata(*d, args[0], args[1], args[2], args[3] > 0 ? args + 4 : nullptr, &count);
-        if (err == 0) args[2] = count;
-        break;
-    }
-    case SG_IO: err = answer_sg_io(*d, static_cast<sg_io_hdr_t *>(argument)); break;
-    default: err = ENOTTY;
+        case BLKGETSIZE:
+            *static_cast<unsigned long *>(argument) = static_cast<unsigned long>(d->sectors);
+            break;
+        case BLKFLSBUF:
+            d->log.push_back("BLKFLSBUF");
+            break;
+        case BLKRASET:
+            d->log.push_back("RA " + std::to_string(reinterpret_cast<long>(argument)));
+            break;
+        case HDIO_DRIVE_RESET:
+        case HDIO_SET_DMA:
+            d->log.push_back(request == HDIO_DRIVE_RESET
+                                 ? "RESET"
+                                 : "DMA " + std::to_string(reinterpret_cast<long>(argument)));
+            err = d->reset_errno;
+            break;
+        case HDIO_DRIVE_CMD: {
+            auto *args = static_cast<uint8_t *>(argument);
+            uint8_t count = 0;
+            err = ata(*d, args[0], args[1], args[2], args[3] > 0 ? args + 4 : nullptr, &count);
+            if (err == 0) args[2] = count;
+            break;
+        }
+        case SG_IO:
+            err = answer_sg_io(*d, static_cast<sg_io_hdr_t *>(argument));
+            break;
+        default:
+            err = ENOTTY;
     }
     if (err != 0) {
         errno = err;
@@ -196,10 +217,9 @@ FakeDrive &FakeDrives::add(const std::string &name, bool soc, const std::string 
     fs::create_directories(root + "/dev");
     write_file(root + "/dev/" + name, std::string(4096, '\0'));
     const std::string port = std::to_string(d.index);
-    const std::string controller =
-        soc ? "devices/platform" : "devices/pci0000:00/0000:00:1f.2";
-    const std::string device = controller + "/host" + port + "/target" + port + ":0:0/" + port +
-                               ":0:0:0";
+    const std::string controller = soc ? "devices/platform" : "devices/pci0000:00/0000:00:1f.2";
+    const std::string device =
+        controller + "/host" + port + "/target" + port + ":0:0/" + port + ":0:0:0";
     fs::create_directories(root + "/sys/" + device);
     fs::create_directories(root + "/sys/block/" + name);
     if (!soc) write_file(root + "/sys/" + controller + "/device", "0x2922\n");

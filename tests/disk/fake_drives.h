@@ -18,10 +18,10 @@ struct FakeDrive {
     uint64_t sectors = 8388608;  // BLKGETSIZE's answer (an unsigned long)
     uint16_t identify[256] = {};
     uint8_t smart[512] = {};
-    uint8_t power = 0xFF;       // CHECK POWER MODE's answer
-    uint8_t caching[24] = {};   // the SoC interface's caching mode page
-    int fail_errno = 0;         // every ATA command fails with this when set
-    int reset_errno = 0;        // HDIO_DRIVE_RESET and HDIO_SET_DMA fail with this when set
+    uint8_t power = 0xFF;          // CHECK POWER MODE's answer
+    uint8_t caching[24] = {};      // the SoC interface's caching mode page
+    int fail_errno = 0;            // every ATA command fails with this when set
+    int reset_errno = 0;           // HDIO_DRIVE_RESET and HDIO_SET_DMA fail with this when set
     std::vector<std::string> log;  // "E5", "E3 251", "EF 82", "SG E5", "MODE SELECT 00", ...
 };
 

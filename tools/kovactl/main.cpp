@@ -28,6 +28,7 @@ const Command kCommands[] = {
     {"user", "user list|get|add|set|passwd|del ...    the appliance's user accounts", cmd_user},
     {"group", "group list|get|add|set|del|members ...    the appliance's local groups", cmd_group},
     {"share", "share list|get|add|set|del|rights ...    the appliance's shared folders", cmd_share},
+    {"disk", "disk list|info|smart|cache|standby ...    the appliance's disks", cmd_disk},
 };
 
 int usage(FILE *out) {
