@@ -54,12 +54,18 @@ template <class Visit>
 bool each_partition(Visit visit) {
     const RootedPath path(kProcPartitions);
     UniqueFile file(fopen(path.c_str(), "re"));
-    if (!file) return fail(ERR_OPEN_FAILED) == 0;
+    if (!file) {
+        fail(ERR_OPEN_FAILED);
+        return false;
+    }
     LineReader reader(file.get());
     while (reader.next()) {
         if (!visit(split(reader.data()))) return true;
     }
-    if (reader.failed()) return fail(reader.failure_code()) == 0;
+    if (reader.failed()) {
+        fail(reader.failure_code());
+        return false;
+    }
     return true;
 }
 

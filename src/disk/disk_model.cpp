@@ -55,7 +55,6 @@ int KOVADiskIsMvSocDriver(const char *szDevPath) {
     link[n] = '\0';
     if (strstr(link, "devices/platform/host") != nullptr) return 1;
     char *host = strstr(link, "/host");
-    if (strstr(link, "host") == nullptr) return 0;
     if (host == nullptr) return 0;
     // The controller is the directory above the SCSI host: its PCI device identifier.
     *host = '\0';

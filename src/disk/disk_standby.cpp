@@ -162,8 +162,7 @@ int KOVADiskSetUSBStandbyTimer(int minutes) {
 
 int KOVAIDiskSetDiskStandbyTimer(const char *szDevPath, int value) {
     if (szDevPath == nullptr) return fail(ERR_BAD_PARAMETERS);
-    const ata::Command command = ata::kSetStandbyTimer;
-    return run_command(szDevPath, command, static_cast<uint8_t>(value), nullptr);
+    return run_command(szDevPath, ata::kSetStandbyTimer, static_cast<uint8_t>(value), nullptr);
 }
 
 int KOVAIDiskCheckPower(const char *szDevPath, unsigned char *pState) {

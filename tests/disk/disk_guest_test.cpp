@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "disk/ata.h"
 #include "kovasdk/disk.h"
 #include "support/guest.h"
 #include "support/sandbox.h"
@@ -95,6 +96,25 @@ TEST_F(GuestDisk, SectorsOfARealDisk) {
     EXPECT_EQ(0, memcmp(out, in, sizeof in));
     const int fd = KOVAIDiskRawOpen("/dev/sdd");
     EXPECT_GE(fd, 0);
+    close(fd);
+}
+
+// The second command interface (ATA PASS-THROUGH over SG_IO) against libata's translation:
+// the answer's registers come back in the sense data.
+TEST_F(GuestDisk, SecondInterfaceThroughSgIo) {
+    const int fd = KOVAIDiskRawOpen("/dev/sdc");
+    ASSERT_GE(fd, 0);
+    uint8_t state = 0x55;
+    EXPECT_EQ(0, ata::command(fd, true, ata::kCheckPower, 0, &state));
+    EXPECT_EQ(KOVA_DISK_POWER_ACTIVE, state);
+    EXPECT_EQ(0, ata::command(fd, true, ata::kSetStandbyTimer, 12, nullptr));
+    EXPECT_EQ(0, ata::command(fd, true, ata::kDrain, 0, nullptr));
+    uint16_t id[256];
+    ASSERT_EQ(0, ata::identify(fd, true, id));
+    EXPECT_EQ('K' << 8 | 'O', id[10]) << "serial \"KOVA-VM-DISK-2\" in IDENTIFY's word order";
+    uint8_t smart[ata::kSector];
+    ASSERT_EQ(0, ata::smart_read_data(fd, true, smart));
+    EXPECT_EQ(31, ata::smart_temperature(smart));
     close(fd);
 }
 

@@ -12,7 +12,8 @@ namespace {
 
 // kovactl's standard output (standard error too with both) and exit status.
 std::pair<std::string, int> kovactl(const std::string &root, const std::string &args) {
-    const std::string command = std::string(KOVA_TOOLS_DIR) + "/kovactl --root " + root + " " + args;
+    const std::string command =
+        std::string(KOVA_TOOLS_DIR) + "/kovactl --root " + root + " " + args;
     FILE *pipe = popen(command.c_str(), "r");
     std::string out;
     for (int c; pipe != nullptr && (c = fgetc(pipe)) != EOF;)

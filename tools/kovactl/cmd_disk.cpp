@@ -35,10 +35,14 @@ const char *class_name(const char *path) {
     int klass = 0;
     if (DiskContainerGet(path, &klass) != 0) return "unknown";
     switch (klass) {
-    case DISK_CONTAINER_INTERNAL: return "internal";
-    case DISK_CONTAINER_TWO_LETTER: return "two-letter";
-    case DISK_CONTAINER_EXTERNAL: return "external";
-    case DISK_CONTAINER_ESATA: return "esata";
+        case DISK_CONTAINER_INTERNAL:
+            return "internal";
+        case DISK_CONTAINER_TWO_LETTER:
+            return "two-letter";
+        case DISK_CONTAINER_EXTERNAL:
+            return "external";
+        case DISK_CONTAINER_ESATA:
+            return "esata";
     }
     return "unknown";
 }
@@ -46,8 +50,10 @@ const char *class_name(const char *path) {
 nlohmann::json to_json(const DISK_INFO &disk) {
     nlohmann::json temperature = nullptr;
     if (disk.temperature >= 0) temperature = disk.temperature;
-    return {{"path", disk.szPath},   {"model", disk.szModel},
-            {"bytes", disk.ullSize}, {"temperature", temperature},
+    return {{"path", disk.szPath},
+            {"model", disk.szModel},
+            {"bytes", disk.ullSize},
+            {"temperature", temperature},
             {"class", class_name(disk.szPath)}};
 }
 
@@ -107,8 +113,7 @@ int disk_info(int argc, char **argv) {
     printf("class:        %s\n", info["class"].get<std::string>().c_str());
     printf("write cache:  %s\n", info["write_cache"].get<bool>() ? "on" : "off");
     printf("temperature:  %s\n",
-           info["temperature"].is_null() ? "unknown"
-                                         : (info["temperature"].dump() + " C").c_str());
+           info["temperature"].is_null() ? "unknown" : (info["temperature"].dump() + " C").c_str());
     return 0;
 }
 
@@ -120,7 +125,7 @@ int disk_smart(int argc, char **argv) {
     const int temperature = KOVADiskTemperatureGet(path.c_str());
     unsigned char state = 0;
     const bool power_known = KOVAIDiskCheckPower(path.c_str(), &state) == 0;
-    const char *power = !power_known                      ? "unknown"
+    const char *power = !power_known                       ? "unknown"
                         : state == KOVA_DISK_POWER_STANDBY ? "standby"
                         : state == KOVA_DISK_POWER_IDLE    ? "idle"
                         : state == KOVA_DISK_POWER_ACTIVE  ? "active"
@@ -128,8 +133,8 @@ int disk_smart(int argc, char **argv) {
     if (has_flag(argc, argv, "--json")) {
         nlohmann::json t = nullptr;
         if (temperature >= 0) t = temperature;
-        print_json({{"path", path}, {"solid_state", ssd == 1}, {"temperature", t},
-                    {"power", power}});
+        print_json(
+            {{"path", path}, {"solid_state", ssd == 1}, {"temperature", t}, {"power", power}});
         return 0;
     }
     printf("solid state:  %s\n", ssd == 1 ? "yes" : "no");
@@ -197,7 +202,8 @@ int disk_standby(int argc, char **argv) {
     if (has_flag(argc, argv, "--json")) {
         print_json({{"standby_minutes", minutes}, {"usb_standby_minutes", usb}});
     } else {
-        printf("internal disks: %s\n", minutes ? (std::to_string(minutes) + " min").c_str() : "off");
+        printf("internal disks: %s\n",
+               minutes ? (std::to_string(minutes) + " min").c_str() : "off");
         printf("USB disks:      %s\n", usb ? (std::to_string(usb) + " min").c_str() : "off");
     }
     return 0;
@@ -206,8 +212,10 @@ int disk_standby(int argc, char **argv) {
 }  // namespace
 
 int cmd_disk(int argc, char **argv) {
-    static constexpr Subcommand kSubs[] = {{"list", disk_list},   {"info", disk_info},
-                                           {"smart", disk_smart}, {"cache", disk_cache},
+    static constexpr Subcommand kSubs[] = {{"list", disk_list},
+                                           {"info", disk_info},
+                                           {"smart", disk_smart},
+                                           {"cache", disk_cache},
                                            {"standby", disk_standby}};
     return dispatch(argc, argv, "disk", kSubs, kUsage);
 }
