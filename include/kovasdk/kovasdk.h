@@ -47,6 +47,7 @@
 #include "list.h"
 #include "partition.h"
 #include "proc.h"
+#include "raid.h"
 #include "share.h"
 #include "unicode.h"
 #include "user.h"
