@@ -21,6 +21,13 @@ if(NOT KOVA_CRYPT_LIBRARY OR NOT KOVA_NETTLE_LIBRARY)
     message(FATAL_ERROR "libcrypt or nettle not found: install libcrypt-dev nettle-dev")
 endif()
 
+# Only the partition tool (tools/sfdisk) links libfdisk; the library itself does not.
+find_path(KOVA_FDISK_INCLUDE_DIR libfdisk.h PATH_SUFFIXES libfdisk)
+find_library(KOVA_FDISK_LIBRARY NAMES fdisk)
+if(NOT KOVA_FDISK_INCLUDE_DIR OR NOT KOVA_FDISK_LIBRARY)
+    message(FATAL_ERROR "libfdisk not found: install libfdisk-dev")
+endif()
+
 set(KOVA_DEP_LIBS
     ICU::i18n ICU::uc
     ${KOVA_DB_LIBRARY} ${KOVA_LIBNET_LIBRARY} ${KOVA_CRYPT_LIBRARY} ${KOVA_NETTLE_LIBRARY})
