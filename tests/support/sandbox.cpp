@@ -18,6 +18,33 @@ namespace fs = std::filesystem;
 
 namespace kova::test {
 
+namespace {
+
+// The appliance's own programs that the library runs by absolute path, linked from the build
+// into every sandbox root (a program not built yet is simply not there).
+struct ToolLink {
+    const char *path;  // inside the root
+    const char *tool;  // in KOVA_TOOLS_DIR
+};
+constexpr ToolLink kToolLinks[] = {
+    {"/sbin/sfdisk", "sfdisk"},
+    {"/bin/get_key_value", "get_key_value"},
+};
+
+void link_tools(const std::string &root) {
+    for (const ToolLink &link : kToolLinks) {
+        const std::string tool = std::string(KOVA_TOOLS_DIR) + "/" + link.tool;
+        if (!file_exists(tool)) continue;
+        const fs::path at = root + link.path;
+        std::error_code ec;
+        fs::create_directories(at.parent_path(), ec);
+        fs::create_symlink(tool, at, ec);
+        if (ec) ADD_FAILURE() << "cannot link " << at << " to " << tool << ": " << ec.message();
+    }
+}
+
+}  // namespace
+
 Sandbox::Sandbox() {
     std::string tmpl = std::string(KOVA_TEST_SANDBOXES) + "/root.XXXXXX";
     if (mkdtemp(tmpl.data()) == nullptr) {
@@ -26,6 +53,7 @@ Sandbox::Sandbox() {
     }
     root_ = tmpl;
     fs::copy(KOVA_SKELETON_DIR, root_, fs::copy_options::recursive);
+    link_tools(root_);
     if (const char *old = getenv("KOVA_ROOT")) {
         had_root_ = true;
         saved_root_ = old;
