@@ -66,11 +66,11 @@ typedef struct _tag_RAID_DISK {
 /* One array (RAIDInfoGet, zero-filled; RAIDInfoFree frees the member list too). The 64-bit
  * fields are 8-aligned on every target, as on the appliance. */
 typedef struct _tag_RAID_INFO {
-    int32_t mdNum;    /* N of /dev/mdN */
-    int32_t eboxIdx;  /* -1, or the expansion unit of a first member /dev/sdXY (X - 'a') */
-    char szPath[128]; /* the md path passed in */
-    int32_t level;    /* RAID_LEVEL_..., 0 for a level the appliance does not support */
-    int32_t status;   /* RAID_STATUS_... */
+    int32_t mdNum;      /* N of /dev/mdN */
+    int32_t eboxIdx;    /* -1, or the expansion unit of a first member /dev/sdXY (X - 'a') */
+    char szPath[128];   /* the md path passed in */
+    int32_t level;      /* RAID_LEVEL_..., 0 for a level the appliance does not support */
+    int32_t status;     /* RAID_STATUS_... */
     int32_t rebuild[3]; /* state, blocks done, blocks total (the last two while running) */
     uint64_t ullArraySize __attribute__((aligned(8))); /* bytes */
     uint64_t ullDevSize __attribute__((aligned(8)));   /* bytes used on each member */
@@ -137,8 +137,7 @@ KOVA_API void RAIDListFree(PRAID_LIST pList);
 KOVA_API int RAIDListSearch(PRAID_LIST pList, const RAID_SEARCH *pCriteria, PRAID_INFO *ppFound);
 KOVA_API int RAIDSystemGet(PRAID_SYSTEM pSystem);
 KOVA_API void RAIDSystemFree(PRAID_SYSTEM pSystem);
-KOVA_API int RAIDSystemDiskStatusGet(const RAID_SYSTEM *pSystem, const char *szDisk,
-                                     int *pStatus);
+KOVA_API int RAIDSystemDiskStatusGet(const RAID_SYSTEM *pSystem, const char *szDisk, int *pStatus);
 KOVA_API int RAIDSBGet(const char *szDevPath, PRAID_SB pSB);
 KOVA_API int RAIDScan(const KLIBSZLIST *pDevs, int mode, PRAID_SB_LIST *ppList);
 KOVA_API int RAIDSBPush(PRAID_SB_LIST *ppList, PRAID_SB pSB);

@@ -1,8 +1,12 @@
 // Making and wiping partitions with the appliance's partition tool.
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "core/command_line.h"
+#include "core/root.h"
 #include "core/run.h"
 #include "partition/partition_internal.h"
 
@@ -92,6 +96,10 @@ int PartitionCleanFS(const char *szDiskPath, int partition) {
     if (!valid(szDiskPath, partition, Site())) return -1;
     char path[160];
     partition_path(szDiskPath, partition, path);
+    // No node, no partition to wipe. Where the kernel makes /dev, dd would otherwise leave a
+    // plain file in the partition's place, and the partition, once made, would get no node.
+    struct stat st {};
+    if (stat(DevicePath(path).c_str(), &st) != 0 && errno == ENOENT) return -1;
     CommandLine command;
     command.text("dd if=/dev/zero of=").device(path).text(" count=16%s", kQuiet);
     return command.run() == 0 ? 0 : -1;
@@ -122,8 +130,8 @@ int PartitionClean(const char *szDiskPath, int mask) {
         command.text("%s -M1 ", sfdisk.shell_word()).device(szDiskPath);
         const int status = command.run();
         if (status != 0)
-            log_at(LOG_ERR, Site(), "%s:%d Failed to add ms-dos signature to %s, err=%d", szDiskPath,
-                   status);
+            log_at(LOG_ERR, Site(), "%s:%d Failed to add ms-dos signature to %s, err=%d",
+                   szDiskPath, status);
     };
     if (mask & PARTITION_DATA) {
         clear(3, false);

@@ -46,7 +46,8 @@ int RAIDCreate(const char *szMdPath, int level, int raidDisks, int spares,
         snprintf(spare_option, sizeof spare_option, "-x%d", spares);
     char size_option[32] = "";
     uint32_t limit = 0;
-    if (RAIDSizeLimitGet(&limit) == 1) snprintf(size_option, sizeof size_option, "-z %lu", static_cast<unsigned long>(limit));
+    if (RAIDSizeLimitGet(&limit) == 1)
+        snprintf(size_option, sizeof size_option, "-z %lu", static_cast<unsigned long>(limit));
     CommandLine command;
     command.text("mdadm -C ").device(szMdPath);
     command.text(" -amd -R -l%s %s -n%d %s %s ", level_word, raidDisks == 1 ? "-f" : "", raidDisks,
@@ -152,8 +153,9 @@ int RAIDExpand(const char *szMdPath, uint64_t ullKiB) {
         return fail(ERR_BAD_PARAMETERS);
     }
     CommandLine command;
-    command.text("mdadm --grow ").device(szMdPath).text(" -z %llu >/dev/null 2>&1\n",
-                                                          static_cast<unsigned long long>(ullKiB));
+    command.text("mdadm --grow ")
+        .device(szMdPath)
+        .text(" -z %llu >/dev/null 2>&1\n", static_cast<unsigned long long>(ullKiB));
     if (run(command) != 0) {
         log_at(LOG_ERR, Site(), "%s:%d mdadm failed to grow %s to size: %llu\n", szMdPath,
                static_cast<unsigned long long>(ullKiB));
@@ -202,21 +204,24 @@ int RAIDDiskInit(const char *szDiskPath, int mode) {
     }
     if (mode == RAID_DISK_INIT_CLEAN) {
         if (PartitionClean(szDiskPath, 3) != 0)
-            return fail(ERR_SYS_UNKNOWN, Site(), "%s:%d Failed to clean all partition of %s, errno=0x%X",
-                        szDiskPath, KLIBErrGet());
+            return fail(ERR_SYS_UNKNOWN, Site(),
+                        "%s:%d Failed to clean all partition of %s, errno=0x%X", szDiskPath,
+                        KLIBErrGet());
         return 0;
     }
     RAID_SYSTEM system{};
     if (RAIDSystemGet(&system) != 0)
-        return fail(ERR_SYS_UNKNOWN, Site(), "%s:%d Failed to get system RAID info for %s, errno=0x%X",
-                    szDiskPath, KLIBErrGet());
+        return fail(ERR_SYS_UNKNOWN, Site(),
+                    "%s:%d Failed to get system RAID info for %s, errno=0x%X", szDiskPath,
+                    KLIBErrGet());
     int in_system = 0;
     const int member = RAIDSystemDiskStatusGet(&system, szDiskPath, &in_system);
     RAIDSystemFree(&system);
     if (member == 0) {
         if (PartitionClean(szDiskPath, 3) != 0)
-            return fail(ERR_SYS_UNKNOWN, Site(), "%s:%d Failed to clean partition of %s, errno=0x%X",
-                        szDiskPath, KLIBErrGet());
+            return fail(ERR_SYS_UNKNOWN, Site(),
+                        "%s:%d Failed to clean partition of %s, errno=0x%X", szDiskPath,
+                        KLIBErrGet());
         if (PartitionCreate(szDiskPath, 1, nullptr) != 0)
             return fail(ERR_SYS_UNKNOWN, Site(),
                         "%s:%d Failed to create system partition of %s, errno=0x%X", szDiskPath,
@@ -227,8 +232,9 @@ int RAIDDiskInit(const char *szDiskPath, int mode) {
                         KLIBErrGet());
     }
     if (PartitionCreate(szDiskPath, 2, nullptr) != 0)
-        return fail(ERR_SYS_UNKNOWN, Site(), "%s:%d Failed to create data partition of %s, errno=0x%X",
-                    szDiskPath, KLIBErrGet());
+        return fail(ERR_SYS_UNKNOWN, Site(),
+                    "%s:%d Failed to create data partition of %s, errno=0x%X", szDiskPath,
+                    KLIBErrGet());
     return 0;
 }
 
@@ -244,8 +250,11 @@ int KOVARAIDMdTuningPerformance(const char *szMdPath) {
         return -1;
     }
     switch (level_code(array.level)) {
-    case RAID_LEVEL_RAID1: return KOVASysBlkDevReadAheadSet(szMdPath, kReadAhead) == 0 ? 0 : -1;
-    case RAID_LEVEL_RAID5: KOVARAIDMdStripeCacheSizeSet(szMdPath, kStripeCache); break;
+        case RAID_LEVEL_RAID1:
+            return KOVASysBlkDevReadAheadSet(szMdPath, kReadAhead) == 0 ? 0 : -1;
+        case RAID_LEVEL_RAID5:
+            KOVARAIDMdStripeCacheSizeSet(szMdPath, kStripeCache);
+            break;
     }
     return 0;
 }

@@ -20,31 +20,44 @@ bool parse_md(const char *path, int *number) {
 
 int level_code(int md_level) {
     switch (md_level) {
-    case 0: return RAID_LEVEL_RAID0;
-    case 1: return RAID_LEVEL_RAID1;
-    case 5: return RAID_LEVEL_RAID5;
-    case 6: return RAID_LEVEL_RAID6;
-    case -1: return RAID_LEVEL_LINEAR;
+        case 0:
+            return RAID_LEVEL_RAID0;
+        case 1:
+            return RAID_LEVEL_RAID1;
+        case 5:
+            return RAID_LEVEL_RAID5;
+        case 6:
+            return RAID_LEVEL_RAID6;
+        case -1:
+            return RAID_LEVEL_LINEAR;
     }
     return 0;
 }
 
 int tolerance(int md_level, int raid_disks) {
     switch (md_level) {
-    case 1: return raid_disks - 1;
-    case 5: return 1;
-    case 6: return 2;
+        case 1:
+            return raid_disks - 1;
+        case 5:
+            return 1;
+        case 6:
+            return 2;
     }
     return 0;
 }
 
 const char *level_text(int code) {
     switch (code) {
-    case RAID_LEVEL_RAID0: return "0";
-    case RAID_LEVEL_RAID1: return "1";
-    case RAID_LEVEL_RAID5: return "5";
-    case RAID_LEVEL_RAID6: return "6";
-    case RAID_LEVEL_LINEAR: return "linear";
+        case RAID_LEVEL_RAID0:
+            return "0";
+        case RAID_LEVEL_RAID1:
+            return "1";
+        case RAID_LEVEL_RAID5:
+            return "5";
+        case RAID_LEVEL_RAID6:
+            return "6";
+        case RAID_LEVEL_LINEAR:
+            return "linear";
     }
     return nullptr;
 }

@@ -193,8 +193,7 @@ int RAIDInfoGet(const char *szMdPath, PRAID_INFO *ppInfo) {
     if (!parse_md(szMdPath, &number))
         return read_fail(ERR_RAID_BAD_PATH, Site(), kBadPath, szMdPath);
     UniqueMalloc<RAID_INFO> info(static_cast<PRAID_INFO>(xcalloc(1, sizeof(RAID_INFO))));
-    if (!info)
-        return read_fail(ERR_OUT_OF_MEMORY, Site(), "%s:%d Failed to calloc, errno=%m");
+    if (!info) return read_fail(ERR_OUT_OF_MEMORY, Site(), "%s:%d Failed to calloc, errno=%m");
     ScopeGuard members([&] { RAIDDiskListFree(info->pDiskList); });
     const DevicePath device(szMdPath);
     const UniqueFd fd(sys::open(device.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -209,7 +208,8 @@ int RAIDInfoGet(const char *szMdPath, PRAID_INFO *ppInfo) {
     mdu_array_info_t array{};
     if (RAIDIoctlInfo(fd.get(), &array) != 0) {
         if (KLIBErrGet() == ERR_PATH_NOT_FOUND) return 0;
-        log_at(LOG_DEBUG, Site(), "%s:%d Failed to ioctl for raid status, errno=0X%X", KLIBErrGet());
+        log_at(LOG_DEBUG, Site(), "%s:%d Failed to ioctl for raid status, errno=0X%X",
+               KLIBErrGet());
         return -1;
     }
     info->mdNum = number;
@@ -272,7 +272,9 @@ int RAIDPathEnum(PKLIBSZLIST *ppList) {
     UniqueGlob found;
     const int rc = found.run(pattern.c_str(), 0);
     if (rc == GLOB_NOMATCH) return 0;
-    if (rc != 0) return read_fail(ERR_UNKNOWN, Site(), "%s:%d failed to glob '%s', errno=%m", "/sys/block/md*");
+    if (rc != 0)
+        return read_fail(ERR_UNKNOWN, Site(), "%s:%d failed to glob '%s', errno=%m",
+                         "/sys/block/md*");
     const size_t root = strlen(RootedPath("/").c_str()) - 1;
     for (size_t i = 0; i < found.get().gl_pathc; i++) {
         const char *entry = found.get().gl_pathv[i] + root;

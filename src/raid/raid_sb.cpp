@@ -51,7 +51,8 @@ void md_path_of(const char *word, char (&out)[64]) {
 // The words of an examine line into *sb.
 void parse_examine(char *line, RAID_SB *sb, bool with_level) {
     char *save = nullptr;
-    for (char *w = strtok_r(line, " \t\n", &save); w != nullptr; w = strtok_r(nullptr, " \t\n", &save)) {
+    for (char *w = strtok_r(line, " \t\n", &save); w != nullptr;
+         w = strtok_r(nullptr, " \t\n", &save)) {
         if (strncmp(w, "/dev/md", 7) == 0) {
             md_path_of(w, sb->szMdPath);
         } else if (strncmp(w, "UUID=", 5) == 0) {
@@ -74,7 +75,8 @@ void complete_from_examine(const char *device, RAID_SB *sb) {
     char line[kLine];
     while (pipe && fgets(line, sizeof line, pipe.get()) != nullptr) {
         char value[64];
-        if (sb->level == 0 && sscanf(line, " Raid Level : %63s", value) == 1) sb->level = level_of(value);
+        if (sb->level == 0 && sscanf(line, " Raid Level : %63s", value) == 1)
+            sb->level = level_of(value);
         if (sb->numDevices == 0 && sscanf(line, " Raid Devices : %63s", value) == 1)
             sb->numDevices = atoi(value);
     }

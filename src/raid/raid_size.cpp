@@ -94,14 +94,21 @@ int RAIDMdStripeSizeGet(const char *szMdPath) {
     if (array_info(szMdPath, &array) != 1) return -1;
     int data_slots = 0;
     switch (level_code(array.level)) {
-    case RAID_LEVEL_RAID1:
-    case RAID_LEVEL_LINEAR: return 0;
-    case RAID_LEVEL_RAID0: data_slots = array.raid_disks; break;
-    case RAID_LEVEL_RAID5: data_slots = array.raid_disks - 1; break;
-    case RAID_LEVEL_RAID6: data_slots = array.raid_disks - 2; break;
-    default:
-        log_at(LOG_DEBUG, Site(), "%s:%d unknown raid type [%d]", array.level);
-        return fail(ERR_UNKNOWN);
+        case RAID_LEVEL_RAID1:
+        case RAID_LEVEL_LINEAR:
+            return 0;
+        case RAID_LEVEL_RAID0:
+            data_slots = array.raid_disks;
+            break;
+        case RAID_LEVEL_RAID5:
+            data_slots = array.raid_disks - 1;
+            break;
+        case RAID_LEVEL_RAID6:
+            data_slots = array.raid_disks - 2;
+            break;
+        default:
+            log_at(LOG_DEBUG, Site(), "%s:%d unknown raid type [%d]", array.level);
+            return fail(ERR_UNKNOWN);
     }
     const char *name = strrchr(szMdPath, '/') + 1;
     char path[PATH_MAX];

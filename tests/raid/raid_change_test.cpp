@@ -51,7 +51,8 @@ class RaidChange : public SandboxTest {
 };
 
 TEST_F(RaidChange, CreateCommands) {
-    ASSERT_EQ(0, RAIDCreate("/dev/md2", RAID_LEVEL_RAID5, 3, 0, devices({"/dev/sda3", "/dev/sdb3"})));
+    ASSERT_EQ(0,
+              RAIDCreate("/dev/md2", RAID_LEVEL_RAID5, 3, 0, devices({"/dev/sda3", "/dev/sdb3"})));
     ASSERT_EQ(0, RAIDCreate("/dev/md3", RAID_LEVEL_RAID0, 1, 0, devices({"/dev/sdc3"})));
     write_file(path("/tmp/volume.16"), "");
     ASSERT_EQ(0, RAIDCreate("/dev/md4", RAID_LEVEL_RAID1, 2, 1,
@@ -64,8 +65,10 @@ TEST_F(RaidChange, CreateCommands) {
 
     // Refused before anything runs: as many spares as devices, too many devices, bad level.
     storage_.clear_commands();
-    EXPECT_EQ(-1, RAIDCreate("/dev/md2", RAID_LEVEL_RAID5, 3, 2, devices({"/dev/sda3", "/dev/sdb3"})));
-    EXPECT_EQ(-1, RAIDCreate("/dev/md2", RAID_LEVEL_RAID1, 1, 0, devices({"/dev/sda3", "/dev/sdb3"})));
+    EXPECT_EQ(-1,
+              RAIDCreate("/dev/md2", RAID_LEVEL_RAID5, 3, 2, devices({"/dev/sda3", "/dev/sdb3"})));
+    EXPECT_EQ(-1,
+              RAIDCreate("/dev/md2", RAID_LEVEL_RAID1, 1, 0, devices({"/dev/sda3", "/dev/sdb3"})));
     EXPECT_EQ(-1, RAIDCreate("/dev/md2", 7, 2, 0, devices({"/dev/sda3", "/dev/sdb3"})));
     EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
     EXPECT_TRUE(commands().empty());
@@ -106,7 +109,8 @@ TEST_F(RaidChange, AssembleGrowStopAndWipe) {
     EXPECT_TRUE(log.mentions(LOG_ERR, "mdadm failed to grow /dev/md2, disk count=5, errno=3"));
 
     // Remove: stop, then wipe every member; the last wipe decides the wipe's result.
-    storage_.add_array(2, {{"sda3", "in_sync", "0"}, {"sdb3", "in_sync", "1"}, {"sdc3", "in_sync", "2"}});
+    storage_.add_array(
+        2, {{"sda3", "in_sync", "0"}, {"sdb3", "in_sync", "1"}, {"sdc3", "in_sync", "2"}});
     PRAID_INFO info = nullptr;
     storage_.set_status("mdadm", {0});
     ASSERT_EQ(1, RAIDInfoGet("/dev/md2", &info));
@@ -309,7 +313,10 @@ TEST_F(RaidChange, PartitionCommandsAndDiskPreparation) {
                            "sfdisk -N2 -q -f --no-reread -o0 -z0 -t0 -F -D /dev/sdc",
                            "sfdisk -M1 /dev/sdc"};
     EXPECT_EQ(cleaned, commands());
-    EXPECT_EQ(8192u, std::filesystem::file_size(path("/dev/sdc3"))) << "dd's zeros";
+    EXPECT_FALSE(file_exists(path("/dev/sdc3"))) << "no node: dd is not run, nothing is made";
+    write_file(path("/dev/sdc1"), "");
+    EXPECT_EQ(0, PartitionCleanFS("/dev/sdc", 1));
+    EXPECT_EQ(8192u, std::filesystem::file_size(path("/dev/sdc1"))) << "dd's zeros";
 
     // Mode 1, a disk outside the system arrays: cleaned, partitioned, joined, data partition.
     storage_.set_status("mdadm", {0});

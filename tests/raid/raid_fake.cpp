@@ -125,7 +125,8 @@ FakeStorage::FakeStorage() : root_(sandbox_root()), shim_(root_ + "/shim") {
     // The appliance's own key reader, as the library runs it.
     fs::create_directories(root_ + "/bin");
     if (!fs::exists(root_ + "/bin/get_key_value"))
-        fs::create_symlink(std::string(KOVA_TOOLS_DIR) + "/get_key_value", root_ + "/bin/get_key_value");
+        fs::create_symlink(std::string(KOVA_TOOLS_DIR) + "/get_key_value",
+                           root_ + "/bin/get_key_value");
     setenv("KOVA_SHIM", shim_.c_str(), 1);
     old_path_ = getenv("PATH") != nullptr ? getenv("PATH") : "";
     setenv("PATH", (shim_ + ":" + old_path_).c_str(), 1);
@@ -166,7 +167,8 @@ void FakeStorage::add_disk(const std::string &name, uint64_t sectors) {
 
 std::vector<std::string> FakeStorage::commands() const {
     std::vector<std::string> out;
-    std::istringstream lines(file_exists(shim_ + "/commands") ? read_file(shim_ + "/commands") : "");
+    std::istringstream lines(file_exists(shim_ + "/commands") ? read_file(shim_ + "/commands")
+                                                              : "");
     for (std::string line; std::getline(lines, line);) {
         for (size_t at; (at = line.find(root_)) != std::string::npos;)
             line.erase(at, root_.size());

@@ -24,7 +24,7 @@ struct FakeArray {
     int raid_disks = 2;
     uint32_t size_kib = 1000;  // per member
     uint64_t bytes = 1024000;
-    int errno_info = 0;        // GET_ARRAY_INFO fails with this when set (ENODEV: not running)
+    int errno_info = 0;  // GET_ARRAY_INFO fails with this when set (ENODEV: not running)
     int rebuild[3] = {0, 0, 0};
     bool rebuild_request = false;  // the kernel knows the appliance's request
     int read_ahead = -1;           // what BLKRASET set

@@ -47,7 +47,7 @@ TEST(RaidStatus, DecisionTable) {
         {6, 5, {0, 0}, RAID_STATUS_CRASHED},
         {0, 2, {0}, RAID_STATUS_CRASHED},
         {-1, 3, {0, 0, 0}, RAID_STATUS_NORMAL},
-        {1, 2, {0, 0, 0}, RAID_STATUS_NORMAL},  // more in sync than slots
+        {1, 2, {0, 0, 0}, RAID_STATUS_NORMAL},    // more in sync than slots
         {10, 4, {0, 0, 0}, RAID_STATUS_CRASHED},  // unsupported: tolerates nothing
         // An erroring member crashes the array even with every slot in sync.
         {1, 2, {0, 0, RAID_DISK_ERROR}, RAID_STATUS_CRASHED},
@@ -127,8 +127,7 @@ TEST_F(RaidRead, ArrayRecord) {
     rebuilding.rebuild[1] = 500;
     rebuilding.rebuild[2] = 2000;
     ASSERT_EQ(1, RAIDInfoGet("/dev/md4", &info));
-    EXPECT_EQ((std::vector<int>{1, 500, 2000}),
-              std::vector<int>(info->rebuild, info->rebuild + 3));
+    EXPECT_EQ((std::vector<int>{1, 500, 2000}), std::vector<int>(info->rebuild, info->rebuild + 3));
     EXPECT_EQ(-1, info->eboxIdx);
     RAIDInfoFree(info);
     rebuilding.rebuild[1] = 0;
