@@ -24,6 +24,7 @@ if [ "$(id -u)" -eq 0 ] && [ -e /dev/loop-control ] && command -v losetup >/dev/
     show disk info sdb --json
     printf '\n(a loop device has no S.M.A.R.T. and no ATA write cache: unknown and off)\n'
     for loop in "${demo_loops[@]}"; do losetup -d "$loop"; done
+    rm -f "$root/dev/sda" "$root/dev/sdb"
 else
     printf '\n(disk list needs block devices: as root the demo attaches two loop devices)\n'
     show disk list

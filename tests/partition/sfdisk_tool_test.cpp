@@ -410,7 +410,7 @@ TEST_F(SfdiskLoop, LayoutOnABlockDevice) {
     make_layout_1(device(), "");
     expect_entry(device(), 1, 63, 1574307);
     expect_entry(device(), 3, 2634660, kSectors4GiB - 2634660);
-    EXPECT_EQ(device() + "p3", entry(device(), 3)->device);
+    EXPECT_EQ(name_ + "p3", entry(device(), 3)->device) << "the name alone keeps the line short";
     // Through to the backing file.
     EXPECT_EQ((RawEntry{0xfd, 1574370, 787185}), raw_entry(backing_, 2));
     run_ok("-N2 -q -f -o0 -z0 -t0 -F -D " + device());

@@ -29,6 +29,9 @@ const Command kCommands[] = {
     {"group", "group list|get|add|set|del|members ...    the appliance's local groups", cmd_group},
     {"share", "share list|get|add|set|del|rights ...    the appliance's shared folders", cmd_share},
     {"disk", "disk list|info|smart|cache|standby ...    the appliance's disks", cmd_disk},
+    {"raid", "raid list|info|create|add|stop|scan|expand ...    the appliance's md arrays",
+     cmd_raid},
+    {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
 };
 
 int usage(FILE *out) {

@@ -85,7 +85,9 @@ Context open_disk(const Options &o, bool &quiet, bool readonly) {
     fdisk_save_user_grain(cxt.get(), 512);
     const int rc = fdisk_assign_device(cxt.get(), o.disk.c_str(), readonly ? 1 : 0);
     if (rc < 0) {
-        complain(o.disk, "cannot open: " + why(rc));
+        // Listing an empty bay lists nothing, quietly: the library walks every bay.
+        if (!(readonly && (rc == -ENOENT || rc == -ENXIO)))
+            complain(o.disk, "cannot open: " + why(rc));
         return nullptr;
     }
     if (fdisk_get_sector_size(cxt.get()) != 512) {
@@ -136,10 +138,13 @@ unsigned entry_type(fdisk_context *cxt, size_t partno) {
     return type != nullptr ? fdisk_parttype_get_code(type) : 0;
 }
 
-// "DEVICE START END SECTORS TYPE": short, as the library reads only the first 64 characters.
+// "NAME START END SECTORS TYPE": short, as the library reads only the first 64 characters, so
+// the partition's name goes without its directory (a disk deep in a sandbox stays readable).
 void print_entry(fdisk_context *cxt, const Options &o, size_t partno, const Extent &e) {
     std::unique_ptr<char, decltype(&free)> name(fdisk_partname(o.disk.c_str(), partno + 1), free);
-    printf("%s %" PRIu64 " %" PRIu64 " %" PRIu64 " %x\n", name ? name.get() : o.disk.c_str(),
+    const char *full = name ? name.get() : o.disk.c_str();
+    const char *slash = strrchr(full, '/');
+    printf("%s %" PRIu64 " %" PRIu64 " %" PRIu64 " %x\n", slash != nullptr ? slash + 1 : full,
            e.start, e.end(), e.size, entry_type(cxt, partno));
 }
 
