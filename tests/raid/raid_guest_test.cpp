@@ -32,8 +32,9 @@ class GuestRaid : public GuestTest {
     static void wipe() {
         guest_run("for md in /dev/md[0-9]*; do mdadm -S $md; done");
         guest_run("for d in /dev/sd[a-f]*; do mdadm --zero-superblock $d; done");
-        guest_run("for d in /dev/sd[a-f]; do dd if=/dev/zero of=$d bs=1M count=4; "
-                  "blockdev --rereadpt $d; done");
+        guest_run(
+            "for d in /dev/sd[a-f]; do dd if=/dev/zero of=$d bs=1M count=4; "
+            "blockdev --rereadpt $d; done");
         unlink("/tmp/volume.1");
     }
     static PKLIBSZLIST devices(std::initializer_list<const char *> paths) {
@@ -42,7 +43,8 @@ class GuestRaid : public GuestTest {
             KLIBSzListPush(&list, p);
         return list;
     }
-    static int create(const char *md, int level, int n, int s, std::initializer_list<const char *> d) {
+    static int create(const char *md, int level, int n, int s,
+                      std::initializer_list<const char *> d) {
         PKLIBSZLIST list = devices(d);
         const int rc = RAIDCreate(md, level, n, s, list);
         KLIBSzListFree(list);
@@ -62,8 +64,10 @@ TEST_F(GuestRaid, EveryLevelCreatedAndReadBack) {
         int level, disks;
         uint64_t data_members;  // array size in member sizes
     };
-    const Case cases[] = {{RAID_LEVEL_RAID0, 2, 2}, {RAID_LEVEL_RAID1, 2, 1},
-                          {RAID_LEVEL_RAID5, 3, 2}, {RAID_LEVEL_RAID6, 4, 2},
+    const Case cases[] = {{RAID_LEVEL_RAID0, 2, 2},
+                          {RAID_LEVEL_RAID1, 2, 1},
+                          {RAID_LEVEL_RAID5, 3, 2},
+                          {RAID_LEVEL_RAID6, 4, 2},
                           {RAID_LEVEL_LINEAR, 2, 2}};
     const char *all[] = {"/dev/sda", "/dev/sdb", "/dev/sdc", "/dev/sdd"};
     for (const Case &c : cases) {

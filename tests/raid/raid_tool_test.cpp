@@ -45,18 +45,26 @@ TEST_F(RaidTool, PartitionLayoutsOnAnImage) {
     EXPECT_EQ(0xFD, check["partitions"][2]["type"]);
 
     ASSERT_EQ(0, kovactl(root(), "part clean sdx --data").second);
-    EXPECT_EQ(2u, nlohmann::json::parse(kovactl(root(), "part check sdx --json").first)["partitions"].size());
+    EXPECT_EQ(
+        2u,
+        nlohmann::json::parse(kovactl(root(), "part check sdx --json").first)["partitions"].size());
     ASSERT_EQ(0, kovactl(root(), "part clean /dev/sdx").second);
-    EXPECT_EQ(0u, nlohmann::json::parse(kovactl(root(), "part check sdx --json").first)["partitions"].size());
+    EXPECT_EQ(
+        0u,
+        nlohmann::json::parse(kovactl(root(), "part check sdx --json").first)["partitions"].size());
 }
 
 TEST_F(RaidTool, ArrayCommands) {
     FakeStorage storage;
     EXPECT_EQ("[]\n", kovactl(root(), "raid list --json").first);
-    EXPECT_EQ(0, kovactl(root(), "raid create /dev/md2 --level raid5 --disks 3 /dev/sda3 /dev/sdb3 "
-                                 "/dev/sdc3").second);
-    EXPECT_EQ(1, kovactl(root(), "raid create /dev/md2 --level raid9 --disks 3 /dev/sda3 "
-                                 "2>/dev/null").second);
+    EXPECT_EQ(0, kovactl(root(),
+                         "raid create /dev/md2 --level raid5 --disks 3 /dev/sda3 /dev/sdb3 "
+                         "/dev/sdc3")
+                     .second);
+    EXPECT_EQ(1, kovactl(root(),
+                         "raid create /dev/md2 --level raid9 --disks 3 /dev/sda3 "
+                         "2>/dev/null")
+                     .second);
     EXPECT_EQ(0, kovactl(root(), "raid stop /dev/md2").second);
     const auto [refused, status] = kovactl(root(), "raid info /dev/md7 2>&1");
     EXPECT_EQ(1, status);

@@ -34,11 +34,16 @@ constexpr char kPartUsage[] =
 
 const char *level_name(int level) {
     switch (level) {
-    case RAID_LEVEL_RAID0: return "raid0";
-    case RAID_LEVEL_RAID1: return "raid1";
-    case RAID_LEVEL_RAID5: return "raid5";
-    case RAID_LEVEL_RAID6: return "raid6";
-    case RAID_LEVEL_LINEAR: return "linear";
+        case RAID_LEVEL_RAID0:
+            return "raid0";
+        case RAID_LEVEL_RAID1:
+            return "raid1";
+        case RAID_LEVEL_RAID5:
+            return "raid5";
+        case RAID_LEVEL_RAID6:
+            return "raid6";
+        case RAID_LEVEL_LINEAR:
+            return "linear";
     }
     return "unsupported";
 }
@@ -51,20 +56,28 @@ int level_of(const char *name) {
 
 const char *status_name(int status) {
     switch (status) {
-    case RAID_STATUS_NORMAL: return "normal";
-    case RAID_STATUS_DEGRADE: return "degraded";
-    case RAID_STATUS_CRASHED: return "crashed";
+        case RAID_STATUS_NORMAL:
+            return "normal";
+        case RAID_STATUS_DEGRADE:
+            return "degraded";
+        case RAID_STATUS_CRASHED:
+            return "crashed";
     }
     return "unknown";
 }
 
 const char *member_name(int status) {
     switch (status) {
-    case RAID_DISK_IN_SYNC: return "in_sync";
-    case RAID_DISK_FAULTY: return "faulty";
-    case RAID_DISK_ERROR: return "error";
-    case RAID_DISK_RECOVERING: return "recovering";
-    case RAID_DISK_SPARE: return "spare";
+        case RAID_DISK_IN_SYNC:
+            return "in_sync";
+        case RAID_DISK_FAULTY:
+            return "faulty";
+        case RAID_DISK_ERROR:
+            return "error";
+        case RAID_DISK_RECOVERING:
+            return "recovering";
+        case RAID_DISK_SPARE:
+            return "spare";
     }
     return "unknown";
 }
@@ -78,7 +91,8 @@ struct Progress {
 
 Progress progress_of(const char *md) {
     const char *name = strrchr(md, '/') != nullptr ? strrchr(md, '/') + 1 : md;
-    const std::string dir = kova::RootedPath(("/sys/block/" + std::string(name) + "/md/").c_str()).c_str();
+    const std::string dir =
+        kova::RootedPath(("/sys/block/" + std::string(name) + "/md/").c_str()).c_str();
     Progress p;
     std::ifstream(dir + "sync_action") >> p.action;
     std::ifstream completed(dir + "sync_completed");
@@ -95,10 +109,14 @@ nlohmann::json to_json(const RAID_INFO &info) {
     const Progress p = progress_of(info.szPath);
     nlohmann::json sync = {{"action", p.action}};
     if (p.total > 0) sync["done_sectors"] = p.done, sync["total_sectors"] = p.total;
-    return {{"path", info.szPath},        {"level", level_name(info.level)},
-            {"status", status_name(info.status)}, {"slots", info.raidDisks},
-            {"array_bytes", info.ullArraySize},   {"member_bytes", info.ullDevSize},
-            {"members", members},                 {"sync", sync}};
+    return {{"path", info.szPath},
+            {"level", level_name(info.level)},
+            {"status", status_name(info.status)},
+            {"slots", info.raidDisks},
+            {"array_bytes", info.ullArraySize},
+            {"member_bytes", info.ullDevSize},
+            {"members", members},
+            {"sync", sync}};
 }
 
 void print_info(const RAID_INFO &info) {
@@ -213,8 +231,10 @@ int raid_scan(int argc, char **argv) {
     for (PRAID_SB_LIST node = found; node != nullptr; node = node->pNext) {
         const RAID_SB &sb = *node->pSB;
         if (has_flag(argc, argv, "--json")) {
-            all.push_back({{"md", sb.szMdPath}, {"uuid", sb.szUUID},
-                           {"level", level_name(sb.level)}, {"devices", sb.numDevices}});
+            all.push_back({{"md", sb.szMdPath},
+                           {"uuid", sb.szUUID},
+                           {"level", level_name(sb.level)},
+                           {"devices", sb.numDevices}});
         } else {
             printf("%-10s %-7s %d devices  UUID %s\n", sb.szMdPath, level_name(sb.level),
                    sb.numDevices, sb.szUUID);
@@ -272,7 +292,8 @@ int part_check(int argc, char **argv) {
     }
     for (const auto &p : parts)
         printf("%d  start %10u  sectors %10lld  type %02x\n", p["number"].get<int>(),
-               p["start"].get<uint32_t>(), p["sectors"].get<long long>(), p["type"].get<unsigned>());
+               p["start"].get<uint32_t>(), p["sectors"].get<long long>(),
+               p["type"].get<unsigned>());
     if (layout == 0) {
         puts("not an appliance layout");
     } else {
@@ -314,10 +335,9 @@ int part_clean(int argc, char **argv) {
 }  // namespace
 
 int cmd_raid(int argc, char **argv) {
-    static constexpr Subcommand kSubs[] = {{"list", raid_list},     {"info", raid_info},
-                                           {"create", raid_create}, {"add", raid_add},
-                                           {"stop", raid_stop},     {"scan", raid_scan},
-                                           {"expand", raid_expand}};
+    static constexpr Subcommand kSubs[] = {
+        {"list", raid_list}, {"info", raid_info}, {"create", raid_create}, {"add", raid_add},
+        {"stop", raid_stop}, {"scan", raid_scan}, {"expand", raid_expand}};
     return dispatch(argc, argv, "raid", kSubs, kRaidUsage);
 }
 
