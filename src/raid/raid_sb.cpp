@@ -41,7 +41,9 @@ void md_path_of(const char *word, char (&out)[64]) {
         const char *colon = strrchr(name, ':');
         if (colon != nullptr) name = colon + 1;
         if (*name != '\0' && strspn(name, "0123456789") == strlen(name)) {
-            snprintf(out, sizeof out, "/dev/md%s", name);
+            // Digits only: an array number fits; a longer one is cut, and then does not parse.
+            const int n = snprintf(out, sizeof out, "/dev/md%.*s", 48, name);
+            if (n < 0 || static_cast<size_t>(n) >= sizeof out) out[0] = '\0';
             return;
         }
     }
