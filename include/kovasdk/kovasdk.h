@@ -51,5 +51,6 @@
 #include "share.h"
 #include "unicode.h"
 #include "user.h"
+#include "volume.h"
 
 #endif /* KOVASDK_KOVASDK_H */

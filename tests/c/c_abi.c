@@ -229,6 +229,24 @@ static void disk_family(void) {
     CHECK(rows == 48 && PartType[47].type == 253 && PartType[15].flag == 0);
 }
 
+static void volume_family(void) {
+    VOLUME_INFO info;
+    char path[32];
+    memset(&info, 0, sizeof info);
+    CHECK(offsetof(VOLUME_INFO, szPath) == 8 && offsetof(VOLUME_INFO, pFSInfo) == 136);
+    CHECK(sizeof(VOLUME_INFO) == 136 + 3 * sizeof(void *));
+    CHECK(sizeof(VOLUME_LIST) == 2 * sizeof(void *));
+    CHECK(sizeof(VOLUME_ACTION) == 76 && offsetof(VOLUME_ACTION, step) == 72);
+    CHECK(offsetof(VOL_MOUNT_INFO, szDev) == 8 && offsetof(VOL_MOUNT_INFO, szMountPoint) == 44);
+    CHECK(offsetof(VOL_MOUNT_INFO, ullAvail) == 80 && offsetof(VOL_MOUNT_INFO, writable) == 96);
+    CHECK(sizeof(VOL_MOUNT_INFO) == 104);
+    CHECK(VolumePathParse("/volumeX3", &info) == 1 && info.num == 3 &&
+          info.location == VOLUME_LOCATION_EBOX);
+    CHECK(VolumePathSwitch("/volume1", VOLUME_SWITCH_VOL_TO_MD, path, sizeof path) == 0 &&
+          strcmp(path, "/dev/md2") == 0);
+    CHECK(KOVAVolIDParse("/volume2.snap_1/share") == 2);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -241,6 +259,7 @@ int main(void) {
     group_family();
     share_family();
     disk_family();
+    volume_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;
