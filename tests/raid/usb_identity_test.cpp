@@ -46,7 +46,8 @@ TEST_F(UsbIdentity, ReadFromTheUsbDeviceAbove) {
     EXPECT_EQ(-1, KOVACheckSpecialDevice("/dev/sdz")) << "no such disk";
 
     // A disk with no USB device above it (a SATA disk).
-    std::filesystem::create_directories(path("/sys/devices/pci0000:00/ata1/host0/target0:0:0/0:0:0:0"));
+    std::filesystem::create_directories(
+        path("/sys/devices/pci0000:00/ata1/host0/target0:0:0/0:0:0:0"));
     std::filesystem::create_directories(path("/sys/block/sda"));
     std::filesystem::create_symlink("../../devices/pci0000:00/ata1/host0/target0:0:0/0:0:0:0",
                                     path("/sys/block/sda/device"));
