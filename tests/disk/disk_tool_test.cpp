@@ -1,5 +1,4 @@
 // kovactl disk on a sandbox root: the settings it reads and writes, its JSON, its refusals.
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -10,16 +9,8 @@
 namespace kova::test {
 namespace {
 
-// kovactl's standard output (standard error too with both) and exit status.
 std::pair<std::string, int> kovactl(const std::string &root, const std::string &args) {
-    const std::string command =
-        std::string(KOVA_TOOLS_DIR) + "/kovactl --root " + root + " " + args;
-    FILE *pipe = popen(command.c_str(), "r");
-    std::string out;
-    for (int c; pipe != nullptr && (c = fgetc(pipe)) != EOF;)
-        out += static_cast<char>(c);
-    const int status = pipe != nullptr ? pclose(pipe) : -1;
-    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    return run_tool("kovactl --root " + root + " " + args);
 }
 
 using DiskTool = SandboxTest;

@@ -1,7 +1,5 @@
 // The helper programs get_key_value and set_key_value, as the library and scripts run them, and
 // kovactl conf on a sandbox root.
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <string>
 
@@ -10,14 +8,8 @@
 namespace kova::test {
 namespace {
 
-// Runs a command line from the build directory; its standard output and exit status.
 std::pair<std::string, int> run(const std::string &command) {
-    FILE *pipe = popen((std::string(KOVA_TOOLS_DIR) + "/" + command).c_str(), "r");
-    std::string out;
-    for (int c; pipe != nullptr && (c = fgetc(pipe)) != EOF;)
-        out += static_cast<char>(c);
-    const int status = pipe != nullptr ? pclose(pipe) : -1;
-    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    return run_tool(command);
 }
 
 using FileTools = SandboxTest;

@@ -72,18 +72,23 @@ int fake_ioctl(int fd, unsigned long request, void *argument) {
     return sys::real_calls().ioctl(fd, request, argument);
 }
 
+// The end of a shim: the exit status the test set for the program, one line per run, the last
+// line for every run after it.
+#define STATUS_TAIL(program)                                \
+    "f=\"$KOVA_SHIM/status." program                        \
+    "\"\n"                                                  \
+    "[ -f \"$f\" ] || exit 0\n"                             \
+    "status=$(head -n 1 \"$f\")\n"                          \
+    "[ \"$(wc -l < \"$f\")\" -gt 1 ] && sed -i 1d \"$f\"\n" \
+    "exit \"$status\"\n"
+
 constexpr char kMdadmShim[] = R"sh(#!/bin/sh
 echo "mdadm $*" >> "$KOVA_SHIM/commands"
 key=$(echo "$3" | tr / _)
 if [ "$1 $2" = "-E -b" ]; then cat "$KOVA_SHIM/brief$key" 2>/dev/null; exit 0; fi
 key=$(echo "$2" | tr / _)
 if [ "$1" = "-E" ]; then cat "$KOVA_SHIM/full$key" 2>/dev/null; exit 0; fi
-f="$KOVA_SHIM/status.mdadm"
-[ -f "$f" ] || exit 0
-status=$(head -n 1 "$f")
-[ "$(wc -l < "$f")" -gt 1 ] && sed -i 1d "$f"
-exit "$status"
-)sh";
+)sh" STATUS_TAIL("mdadm");
 
 constexpr char kSfdiskShim[] = R"sh(#!/bin/sh
 echo "sfdisk $*" >> "$KOVA_SHIM/commands"
@@ -95,12 +100,7 @@ if [ "$1" = "-l" ]; then
     done
     exit 0
 fi
-f="$KOVA_SHIM/status.sfdisk"
-[ -f "$f" ] || exit 0
-status=$(head -n 1 "$f")
-[ "$(wc -l < "$f")" -gt 1 ] && sed -i 1d "$f"
-exit "$status"
-)sh";
+)sh" STATUS_TAIL("sfdisk");
 
 std::string key(const std::string &path) {
     std::string k = path;

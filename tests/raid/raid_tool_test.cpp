@@ -1,6 +1,5 @@
 // kovactl raid and part on a sandbox root: the partition layouts made for real by the appliance's
 // partition tool on an image file, and array commands through a recording mdadm.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -15,14 +14,7 @@ namespace kova::test {
 namespace {
 
 std::pair<std::string, int> kovactl(const std::string &root, const std::string &args) {
-    const std::string command =
-        std::string(KOVA_TOOLS_DIR) + "/kovactl --root " + root + " " + args;
-    FILE *pipe = popen(command.c_str(), "r");
-    std::string out;
-    for (int c; pipe != nullptr && (c = fgetc(pipe)) != EOF;)
-        out += static_cast<char>(c);
-    const int status = pipe != nullptr ? pclose(pipe) : -1;
-    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+    return run_tool("kovactl --root " + root + " " + args);
 }
 
 using RaidTool = SandboxTest;

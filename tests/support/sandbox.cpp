@@ -1,6 +1,7 @@
 #include "support/sandbox.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -141,6 +142,15 @@ AllocationFailure::~AllocationFailure() {
 
 long allocation_count() {
     return kova::testing::allocation_count();
+}
+
+std::pair<std::string, int> run_tool(const std::string &command_line) {
+    FILE *pipe = popen((std::string(KOVA_TOOLS_DIR) + "/" + command_line).c_str(), "r");
+    std::string out;
+    for (int c; pipe != nullptr && (c = fgetc(pipe)) != EOF;)
+        out += static_cast<char>(c);
+    const int status = pipe != nullptr ? pclose(pipe) : -1;
+    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
 }
 
 std::string read_file(const std::string &path) {

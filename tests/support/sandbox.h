@@ -101,6 +101,10 @@ std::string capture_stdout(F fn) {
     return ::testing::internal::GetCapturedStdout();
 }
 
+// Runs a program of the build directory through the shell ("kovactl --root DIR disk list"):
+// its standard output (and standard error, when the command line says 2>&1) and exit status.
+std::pair<std::string, int> run_tool(const std::string &command_line);
+
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &content);
 bool file_exists(const std::string &path);
