@@ -32,6 +32,7 @@ const Command kCommands[] = {
     {"raid", "raid list|info|create|add|stop|scan|expand ...    the appliance's md arrays",
      cmd_raid},
     {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
+    {"vol", "vol list|info|mount|umount|lvm-status ...    the appliance's volumes", cmd_volume},
 };
 
 int usage(FILE *out) {
