@@ -30,7 +30,7 @@ constexpr Prefix kPrefixes[] = {{"/volumeX", VOLUME_LOCATION_EBOX, true},
 // A whole decimal number that fits an int.
 bool all_digits(const char *text, int *number) {
     if (*text == '\0') return false;
-    long value = 0;
+    long long value = 0;  // wide enough on 32-bit targets to see INT_MAX passed
     for (const char *p = text; *p != '\0'; p++) {
         if (*p < '0' || *p > '9') return false;
         value = value * 10 + (*p - '0');
