@@ -16,27 +16,8 @@
 namespace kova::test {
 namespace {
 
-class GuestRaid : public GuestTest {
+class GuestRaid : public GuestStorageTest {
   protected:
-    void SetUp() override {
-        GuestTest::SetUp();
-        if (IsSkipped()) return;
-        ASSERT_GE(guest_disks(), 4);
-        wipe();
-    }
-    void TearDown() override {
-        if (IsSkipped()) return;
-        wipe();
-    }
-    // Every array stopped, every superblock and partition table gone, the limits as they were.
-    static void wipe() {
-        guest_run("for md in /dev/md[0-9]*; do mdadm -S $md; done");
-        guest_run("for d in /dev/sd[a-f]*; do mdadm --zero-superblock $d; done");
-        guest_run(
-            "for d in /dev/sd[a-f]; do dd if=/dev/zero of=$d bs=1M count=4; "
-            "blockdev --rereadpt $d; done");
-        unlink("/tmp/volume.1");
-    }
     static PKLIBSZLIST devices(std::initializer_list<const char *> paths) {
         PKLIBSZLIST list = PslKLIBSzListAlloc(0);
         for (const char *p : paths)

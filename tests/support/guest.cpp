@@ -1,6 +1,7 @@
 #include "support/guest.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -48,6 +49,28 @@ std::string read_text(const std::string &path) {
     while (!s.empty() && s.back() == '\n')
         s.pop_back();
     return s;
+}
+
+void wipe_guest_disks() {
+    guest_run("for v in /volume*; do umount -f $v; done");
+    guest_run("for md in /dev/md[0-9]*; do mdadm -S $md; done");
+    guest_run("for d in /dev/sd[a-f]*; do mdadm --zero-superblock $d; done");
+    guest_run(
+        "for d in /dev/sd[a-f]; do dd if=/dev/zero of=$d bs=1M count=4; "
+        "blockdev --rereadpt $d; done");
+    unlink("/tmp/volume.1");
+    unlink("/tmp/lvm.status");
+}
+
+void GuestStorageTest::SetUp() {
+    GuestTest::SetUp();
+    if (IsSkipped()) return;
+    ASSERT_GE(guest_disks(), 4);
+    wipe_guest_disks();
+}
+
+void GuestStorageTest::TearDown() {
+    if (!IsSkipped()) wipe_guest_disks();
 }
 
 MdSpeedLimit::MdSpeedLimit(int kib_per_second)

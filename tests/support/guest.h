@@ -30,6 +30,17 @@ class GuestTest : public ::testing::Test {
     }
 };
 
+// A guest test on the bench's disks: at least four of them, and before and after each test
+// every volume unmounted, every array stopped, every superblock and partition table gone.
+class GuestStorageTest : public GuestTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+// Returns the guest's disks to blank.
+void wipe_guest_disks();
+
 // Holds the md resync speed down while alive, so that a test sees a rebuild in progress.
 class MdSpeedLimit {
   public:

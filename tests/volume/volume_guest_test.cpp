@@ -13,25 +13,8 @@
 namespace kova::test {
 namespace {
 
-class GuestVolume : public GuestTest {
+class GuestVolume : public GuestStorageTest {
   protected:
-    void SetUp() override {
-        GuestTest::SetUp();
-        if (IsSkipped()) return;
-        ASSERT_GE(guest_disks(), 4);
-        wipe();
-    }
-    void TearDown() override {
-        if (IsSkipped()) return;
-        wipe();
-    }
-    static void wipe() {
-        guest_run("for v in /volume*; do umount -f $v; done");
-        guest_run("for md in /dev/md[0-9]*; do mdadm -S $md; done");
-        guest_run("for d in /dev/sd[a-f]*; do mdadm --zero-superblock $d; done");
-        guest_run("for d in /dev/sd[a-f]; do dd if=/dev/zero of=$d bs=1M count=4; done");
-        unlink("/tmp/lvm.status");
-    }
     static int mirror(const char *md, const char *first, const char *second) {
         PKLIBSZLIST list = PslKLIBSzListAlloc(0);
         KLIBSzListPush(&list, first);
