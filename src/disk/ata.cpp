@@ -45,30 +45,6 @@ bool sense_count(const uint8_t *sense, size_t size, uint8_t *count) {
     return false;
 }
 
-int hdio_command(int fd, Command command, uint8_t value, uint8_t *result) {
-    uint8_t args[4] = {0, 0, 0, 0};
-    switch (command) {
-        case kCheckPower:
-            args[0] = kOpCheckPower;
-            break;
-        case kSetStandbyTimer:
-            args[0] = kOpIdle, args[1] = value;
-            break;
-        case kStandbyNow:
-            args[0] = kOpStandbyNow;
-            break;
-        case kSleep:
-            args[0] = kOpSleep;
-            break;
-        case kDrain:
-            args[0] = kOpFlushCache;
-            break;
-    }
-    if (drive_cmd(fd, args) != 0) return -1;
-    if (result != nullptr) *result = args[2];
-    return 0;
-}
-
 uint8_t opcode_of(Command command) {
     switch (command) {
         case kCheckPower:
@@ -82,6 +58,14 @@ uint8_t opcode_of(Command command) {
         case kDrain:
             return kOpFlushCache;
     }
+    return 0;
+}
+
+int hdio_command(int fd, Command command, uint8_t value, uint8_t *result) {
+    uint8_t args[4] = {opcode_of(command), 0, 0, 0};
+    if (command == kSetStandbyTimer) args[1] = value;
+    if (drive_cmd(fd, args) != 0) return -1;
+    if (result != nullptr) *result = args[2];
     return 0;
 }
 
