@@ -43,7 +43,14 @@ bool section_exists(const char *catalogue, const char *section) {
 // The catalogue's text for the entry, loading its whole section on a miss; null when the
 // catalogue has none (remembered as an empty text, so the file is not read again for it).
 const char *lookup(const char *section, const char *entry, const char *lang) {
+    // The cache holds one language's texts: another language starts it afresh.
+    static char cached_lang[32];
+    if (gpshEvent != nullptr && strncmp(cached_lang, lang, sizeof cached_lang) != 0) {
+        KLIBSzHashFree(gpshEvent);
+        gpshEvent = nullptr;
+    }
     if (gpshEvent == nullptr) {
+        snprintf(cached_lang, sizeof cached_lang, "%s", lang);
         gpshEvent = PshKLIBSzHashAlloc(kEventHashData);
         if (gpshEvent == nullptr) {
             kova::log(LOG_ERR, "malloc event hash failed");

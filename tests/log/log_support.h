@@ -118,6 +118,17 @@ class FakeSleep {
     static inline int count = 0;
 };
 
+// Syncs skipped while alive, for tests of layout and concurrency rather than durability.
+class NoSync {
+  public:
+    NoSync() {
+        sys::calls().fsync = [](int) { return 0; };
+    }
+    ~NoSync() { sys::calls().fsync = sys::real_calls().fsync; }
+    NoSync(const NoSync &) = delete;
+    NoSync &operator=(const NoSync &) = delete;
+};
+
 class LogTest : public SandboxTest {
   protected:
     void SetUp() override {
