@@ -13,7 +13,7 @@ show conf sections /etc/shares.demo.conf
 show conf section /etc/shares.demo.conf global
 # The helper programs the library runs, installed into the sandbox's /bin.
 mkdir -p "$root/bin"
-cp "$here/$build/get_key_value" "$here/$build/set_key_value" "$root/bin/"
+cp "$here/$build/set_key_value" "$root/bin/"
 printf '\n$ /bin/set_key_value /etc/kovainfo.conf language deu && /bin/get_key_value ... language\n'
 "$root/bin/set_key_value" "$root/etc/kovainfo.conf" language deu
 "$root/bin/get_key_value" "$root/etc/kovainfo.conf" language

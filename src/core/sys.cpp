@@ -22,8 +22,9 @@ int real_ioctl(int fd, unsigned long request, void *argument) {
 }
 
 constexpr Calls kReal{
-    real_open,   ::close,  ::read,   ::write,  ::lseek, ::fstat, ::fsync,    ::fchown, ::fchmod,
-    ::ftruncate, ::rename, ::linkat, ::unlink, ::mkdir, ::flock, real_ioctl, ::sleep,
+    real_open, ::close,    ::read,      ::write,  ::lseek,  ::fstat,  ::fsync,
+    ::fchown,  ::fchmod,   ::ftruncate, ::rename, ::linkat, ::unlink, ::mkdir,
+    ::flock,   real_ioctl, ::sleep,     ::pread,  ::pwrite,
 };
 Calls g_calls = kReal;
 

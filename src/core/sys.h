@@ -29,7 +29,9 @@ struct Calls {
     int (*mkdir)(const char *path, mode_t mode);
     int (*flock)(int fd, int operation);
     int (*ioctl)(int fd, unsigned long request, void *argument);
-    unsigned (*sleep)(unsigned seconds);  // the drives' waits (a reset's settling time)
+    unsigned (*sleep)(unsigned seconds);  // the drives' waits, the event logs' retries
+    ssize_t (*pread)(int fd, void *buffer, size_t size, off_t offset);
+    ssize_t (*pwrite)(int fd, const void *buffer, size_t size, off_t offset);
 };
 
 // The table in force (the real calls unless a test swapped an entry).
@@ -51,6 +53,12 @@ inline ssize_t read(int fd, void *buffer, size_t size) {
 }
 inline ssize_t write(int fd, const void *buffer, size_t size) {
     return calls().write(fd, buffer, size);
+}
+inline ssize_t pread(int fd, void *buffer, size_t size, off_t offset) {
+    return calls().pread(fd, buffer, size, offset);
+}
+inline ssize_t pwrite(int fd, const void *buffer, size_t size, off_t offset) {
+    return calls().pwrite(fd, buffer, size, offset);
 }
 inline off_t lseek(int fd, off_t offset, int whence) {
     return calls().lseek(fd, offset, whence);

@@ -2,11 +2,14 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
+#include "core/alloc.h"
+#include "core/fail.h"
 #include "core/root.h"
 #include "core/sys.h"
 #include "kovasdk/file.h"
@@ -91,11 +94,35 @@ bool lock_retrying(int fd) {
 }
 
 bool read_at(int fd, void *buffer, size_t size, off_t offset) {
-    return sys::lseek(fd, offset, SEEK_SET) == offset && KOVALogReadByte(fd, buffer, size) >= 0;
+    auto *at = static_cast<char *>(buffer);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = sys::pread(fd, at + done, size - done, offset + done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            fail(ERR_READ_FAILED);
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
 }
 
 bool write_at(int fd, const void *buffer, size_t size, off_t offset) {
-    return sys::lseek(fd, offset, SEEK_SET) == offset && KOVALogWriteByte(fd, buffer, size) >= 0;
+    const auto *at = static_cast<const char *>(buffer);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = sys::pwrite(fd, at + done, size - done, offset + done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            log(LOG_ERR, "KOVALogWriteByte(): write() error!, input count is [%d]",
+                static_cast<int>(size));
+            fail(ERR_WRITE_FAILED);
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    return true;
 }
 
 int length_at(int fd, off_t offset) {
@@ -118,9 +145,42 @@ bool read_ends(int fd, uint32_t *head, uint32_t *tail) {
     return true;
 }
 
+bool LogBytes::load(int fd) {
+    const auto failed = [](uint32_t code) {
+        fail(code);
+        return false;
+    };
+    struct stat st {};
+    if (sys::fstat(fd, &st) != 0) return failed(ERR_STAT_FAILED);
+    const size_t size = static_cast<size_t>(st.st_size);
+    data_.reset(static_cast<unsigned char *>(xmalloc(size > 0 ? size : 1)));
+    if (!data_) return failed(ERR_OUT_OF_MEMORY);
+    // A file that shrank meanwhile is taken as far as it goes.
+    size_ = 0;
+    if (sys::lseek(fd, 0, SEEK_SET) != 0) return failed(ERR_SEEK_FAILED);
+    while (size_ < size) {
+        const ssize_t n = sys::read(fd, data_.get() + size_, size - size_);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return failed(ERR_READ_FAILED);
+        if (n == 0) break;
+        size_ += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool LogBytes::ends(uint32_t *head, uint32_t *tail) const {
+    if (size_ < kStart) return false;
+    const uint32_t h = get32(data() + 8);
+    const uint32_t t = get32(data() + 12);
+    if (h < kStart || t < kStart || h > size_ || t > size_) return false;
+    *head = h;
+    *tail = t;
+    return true;
+}
+
 RingWalk::Step RingWalk::next() {
     for (;;) {
-        const int n = length_at(fd_, pos_);
+        const int n = bytes_.length_at(pos_);
         if (first_run_) {
             // The oldest run ends at the zero marker (or the file's end); the rest starts at
             // the record area.
@@ -129,7 +189,7 @@ RingWalk::Step RingWalk::next() {
                 pos_ = kStart;
                 continue;
             }
-            if (n < 2 || pos_ + static_cast<off_t>(n) > size_) return Step::kDamaged;
+            if (n < 2 || pos_ + static_cast<size_t>(n) > bytes_.size()) return Step::kDamaged;
         } else {
             if (pos_ >= tail_) return Step::kEnd;
             if (n < 2 || pos_ + static_cast<uint32_t>(n) > tail_) return Step::kDamaged;

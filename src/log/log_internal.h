@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/owners.h"
 #include "kovasdk/log.h"
 
 namespace kova::log_file {
@@ -72,34 +73,49 @@ int length_at(int fd, off_t offset);
 // The head and tail when both are readable and inside the file's record area, else false.
 bool read_ends(int fd, uint32_t *head, uint32_t *tail);
 
+// A log file read whole (a log is no larger than its configured size), so that walking its
+// records costs no system call each.
+class LogBytes {
+  public:
+    // Reads the open file from its start; false when it cannot be read or memory ran out
+    // (raised).
+    bool load(int fd);
+    const unsigned char *data() const { return data_.get(); }
+    size_t size() const { return size_; }
+    bool has_magic() const { return size_ >= 4 && memcmp(data(), "KOVA", 4) == 0; }
+    // Head and tail when both lie in the record area of the file, as read_ends.
+    bool ends(uint32_t *head, uint32_t *tail) const;
+    // The 2-byte length at pos; -1 past the end.
+    int length_at(uint32_t pos) const { return pos + 2 <= size_ ? get16(data() + pos) : -1; }
+
+  private:
+    UniqueMalloc<unsigned char> data_;
+    size_t size_ = 0;
+};
+
 // Walks the live records of a ring from head to tail: from head up to the end marker and on
 // from the record area when the ring has wrapped (head > tail), else from head up to tail.
 class RingWalk {
   public:
     enum class Step { kRecord, kEnd, kDamaged };
 
-    RingWalk(int fd, uint32_t head, uint32_t tail, off_t file_size)
-        : fd_(fd),
-          tail_(tail),
-          size_(file_size),
-          pos_(head),
-          first_run_(head > tail),
-          wrapped_(head > tail) {}
+    RingWalk(const LogBytes &bytes, uint32_t head, uint32_t tail)
+        : bytes_(bytes), tail_(tail), pos_(head), first_run_(head > tail), wrapped_(head > tail) {}
 
-    // The next record (at(), length()), the end of the live records, or a damaged record at
-    // at(): a length below 2, or one that runs past the tail or the file's end.
+    // The next record (at(), length(), record()), the end of the live records, or a damaged
+    // record at at(): a length below 2, or one that runs past the tail or the file's end.
     Step next();
     // Moves past the record next() found.
     void advance() { pos_ += length_; }
 
     uint32_t at() const { return pos_; }
     int length() const { return length_; }
+    const unsigned char *record() const { return bytes_.data() + pos_; }
     bool wrapped() const { return wrapped_; }
 
   private:
-    int fd_;
+    const LogBytes &bytes_;
     uint32_t tail_;
-    off_t size_;
     uint32_t pos_;
     bool first_run_;
     bool wrapped_;

@@ -32,24 +32,22 @@ struct Field {
 // Writes every live record of the open log as a text line; the position where reading stopped
 // when it met a damaged record, else 0.
 uint32_t spread_all(int fd, FILE *out, const char *lang) {
+    LogBytes bytes;
     // A file without the magic is no log (the next append starts it afresh): nothing to show.
-    char magic[4];
-    if (!read_at(fd, magic, sizeof magic, 0) || memcmp(magic, "KOVA", sizeof magic) != 0) return 0;
+    if (!bytes.load(fd) || !bytes.has_magic()) return 0;
     uint32_t head = kStart;
     uint32_t tail = kStart;
-    struct stat st {};
-    if (!read_ends(fd, &head, &tail) || kova::sys::fstat(fd, &st) != 0) return 0;
-    RingWalk walk(fd, head, tail, st.st_size);
-    char record[UINT16_MAX];
+    if (!bytes.ends(&head, &tail)) return 0;
+    RingWalk walk(bytes, head, tail);
     for (int line = 1;; ++line) {
         const RingWalk::Step step = walk.next();
         if (step == RingWalk::Step::kEnd) return 0;
-        if (step == RingWalk::Step::kDamaged ||
-            !read_at(fd, record, walk.length() - 2, walk.at() + 2)) {
+        if (step == RingWalk::Step::kDamaged) {
             kova::log(LOG_ERR, "Log format error line%d", line);
             return walk.at();
         }
-        KOVALogEventSpread(out, record, lang, walk.length() - 2);
+        KOVALogEventSpread(out, reinterpret_cast<const char *>(walk.record()) + 2, lang,
+                           walk.length() - 2);
         walk.advance();
     }
 }

@@ -104,26 +104,27 @@ int KOVALogChangeSize_a(int iExcess, const char *szLogPath) {
     if (szLogPath == nullptr || iExcess < 0) return kova::fail(ERR_BAD_PARAMETERS);
     kova::UniqueFd old(open_retrying(szLogPath, O_RDONLY, 0));
     if (old.get() < 0) return kova::fail(ERR_OPEN_FAILED);
+    LogBytes bytes;
+    if (!bytes.load(old.get())) return -1;
     struct stat st {};
     if (kova::sys::fstat(old.get(), &st) != 0) return kova::fail(ERR_STAT_FAILED);
     uint32_t head = kStart;
     uint32_t tail = kStart;
-    if (!read_ends(old.get(), &head, &tail)) head = tail = kStart;
+    if (!bytes.ends(&head, &tail)) head = tail = kStart;
 
     // The oldest records go until at least the excess is dropped; the rest are copied in order
     // to a new ring that starts at the record area.
-    RingWalk walk(old.get(), head, tail, st.st_size);
+    RingWalk walk(bytes, head, tail);
     long long skipped = 0;
-    RingWalk::Step step = RingWalk::Step::kEnd;
-    while (skipped < iExcess && (step = walk.next()) == RingWalk::Step::kRecord) {
+    while (skipped < iExcess && walk.next() == RingWalk::Step::kRecord) {
         skipped += walk.length();
         walk.advance();
     }
-    const size_t capacity = st.st_size > KOVA_LOG_HEADER_SIZE ? st.st_size : KOVA_LOG_HEADER_SIZE;
+    const size_t capacity = bytes.size() > kStart ? bytes.size() : kStart;
     const kova::UniqueMalloc<char> image(static_cast<char *>(kova::xmalloc(capacity)));
     if (!image) return kova::fail(ERR_OUT_OF_MEMORY);
     uint32_t end = kStart;
-    while (skipped >= iExcess && (step = walk.next()) == RingWalk::Step::kRecord) {
+    while (skipped >= iExcess && walk.next() == RingWalk::Step::kRecord) {
         const int n = walk.length();
         if (n >= kShrinkRecordLimit) {
             // Long records are not carried over: left out of a wrapped ring, and the end of
@@ -132,7 +133,8 @@ int KOVALogChangeSize_a(int iExcess, const char *szLogPath) {
             walk.advance();
             continue;
         }
-        if (end + n > capacity || !read_at(old.get(), image.get() + end, n, walk.at())) break;
+        if (end + n > capacity) break;
+        memcpy(image.get() + end, walk.record(), n);
         end += n;
         walk.advance();
     }
