@@ -33,6 +33,9 @@ const Command kCommands[] = {
      cmd_raid},
     {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
     {"vol", "vol list|info|mount|umount|lvm-status ...    the appliance's volumes", cmd_volume},
+    {"discover", "discover [--json]    the appliances that answer the discovery query",
+     cmd_discover},
+    {"net", "net cards [--json]    the configured network interfaces", cmd_net},
 };
 
 int usage(FILE *out) {
