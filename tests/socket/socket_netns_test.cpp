@@ -3,12 +3,14 @@
 // frames captured by a packet socket, and whole passes between two appliances, each with its
 // own findhostd.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -21,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "core/owners.h"
 #include "core/sys.h"
 #include "kovasdk/error.h"
 #include "kovasdk/hash.h"
@@ -90,6 +93,12 @@ unsigned quick_sleep(unsigned seconds) {
 class Discovery : public ::testing::Test {
   protected:
     void SetUp() override {
+        // One discovery test at a time on this machine: whether a findhostd runs is asked of
+        // the whole process table, which a parallel test's daemons would answer.
+        serial_.reset(
+            ::open(KOVA_TEST_SANDBOXES "/discovery.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+        ASSERT_TRUE(serial_);
+        ASSERT_EQ(flock(serial_.get(), LOCK_EX), 0);
         const std::string why = lab_.open();
         if (!why.empty()) GTEST_SKIP() << why;
         ASSERT_TRUE(lab_.link("kva0", "192.0.2.1/24", "kvb0", "192.0.2.2/24"));
@@ -175,6 +184,7 @@ class Discovery : public ::testing::Test {
     }
 
     // Declared in this order: the peer's root first, so that KOVA_ROOT is this appliance's.
+    UniqueFd serial_;
     Sandbox peer_;
     Sandbox here_;
     NetLab lab_;
