@@ -239,6 +239,10 @@ TEST_F(Discovery, FailingInterfacesMakeTheMask) {
     EXPECT_EQ(KOVAFHOSTDumpHost(), -1);
     EXPECT_TRUE(log.mentions(LOG_ERR, "): ErrFHOSTSendQueryPkt() failed!"));
     EXPECT_TRUE(g_sleeps.empty());
+    const auto [err, rc] = run_tool("kovactl --root " + here_.root() + " discover 2>&1");
+    EXPECT_EQ(rc, 1);
+    EXPECT_EQ(err.rfind("kovactl: discover: ", 0), 0u) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
 
     // No interface at all: nothing to fail, nothing sent.
     card(0, "");

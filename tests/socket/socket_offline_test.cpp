@@ -104,6 +104,12 @@ TEST_F(Cards, KovactlListsThem) {
     const auto [json, jrc] = run_tool("kovactl --root " + root() + " net cards --json");
     EXPECT_EQ(jrc, 0);
     EXPECT_NE(json.find("\"address\": \"192.168.1.20\""), std::string::npos) << json;
+    for (const char *help : {" net cards --help", " discover --help"}) {
+        const auto [usage, urc] = run_tool("kovactl --root " + root() + help);
+        EXPECT_EQ(urc, 0);
+        EXPECT_EQ(usage.rfind("usage: kovactl ", 0), 0u) << usage;
+    }
+    EXPECT_NE(run_tool("kovactl --root " + root() + " discover --bogus 2>&1").second, 0);
     card(0, "BOOTPROTO=\"dhcp\"\n");
     const auto [err, erc] = run_tool("kovactl --root " + root() + " net cards 2>&1");
     EXPECT_EQ(erc, 1);

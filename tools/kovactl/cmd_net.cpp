@@ -73,6 +73,9 @@ int discover(int argc, char **argv) {
 }
 
 int net_cards(int argc, char **argv) {
+    if (has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
+        return print_usage(kNetUsage, true);
+    }
     const bool json = has_flag(argc, argv, "--json");
     nlohmann::json all = nlohmann::json::array();
     for (int slot = 0; slot < KOVA_NET_MAX_CARDS; ++slot) {
