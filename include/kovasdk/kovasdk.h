@@ -50,6 +50,7 @@
 #include "proc.h"
 #include "raid.h"
 #include "share.h"
+#include "socket.h"
 #include "unicode.h"
 #include "user.h"
 #include "volume.h"

@@ -247,6 +247,26 @@ static void volume_family(void) {
     CHECK(KOVAVolIDParse("/volume2.snap_1/share") == 2);
 }
 
+static void socket_family(void) {
+    KOVANETFRAME frame;
+    PKLIBSZHASH hash = PshKLIBSzHashAlloc(0);
+    static const unsigned char payload[1] = {0};
+    fd_set none;
+    memset(&frame, 0, sizeof frame);
+    FD_ZERO(&none);
+    CHECK(sizeof(KOVANETFRAME) == 24 && offsetof(KOVANETFRAME, usDstPort) == 22);
+    CHECK(FHOSTHeaderSize == 8 && FHOSTBroadCastSize == 10 && FHOSTBroadCastSizeV20 == 20);
+    CHECK(memcmp(stFHOSTBroadCastV20, stFHOSTHeader, FHOSTHeaderSize) == 0);
+    CHECK(stFHOSTBroadCastV20[19] == 0x01 && stFHOSTBroadCastV11[19] == 0x00);
+    /* Refused before any link is opened. */
+    CHECK(KOVANetSendUDPBroadCast(0, &frame, payload, 1, "lo") == -1 &&
+          KLIBErrGet() == ERR_BAD_PARAMETERS);
+    CHECK(KOVAFHOSTGet2Hash(NULL) == -1);
+    CHECK(hash != NULL && KOVAFHOSTGet2Hash(&hash) == 0 && KLIBErrGet() == ERR_OPEN_FAILED);
+    CHECK(isconnected(0, &none, &none) == 0);
+    KLIBSzHashFree(hash);
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -260,6 +280,7 @@ int main(void) {
     share_family();
     disk_family();
     volume_family();
+    socket_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

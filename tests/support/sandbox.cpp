@@ -31,6 +31,7 @@ constexpr ToolLink kToolLinks[] = {
     {"/sbin/sfdisk", "sfdisk"},
     {"/bin/get_key_value", "get_key_value"},
     {"/usr/kova/bin/kovalogset1", "kovalogset1"},
+    {"/usr/kova/bin/findhostd", "findhostd"},
 };
 
 void link_tools(const std::string &root) {

@@ -34,6 +34,9 @@ const Command kCommands[] = {
     {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
     {"vol", "vol list|info|mount|umount|lvm-status ...    the appliance's volumes", cmd_volume},
     {"log", "log show|add|size|conn ...    the appliance's event logs and connections", cmd_log},
+    {"discover", "discover [--json]    the appliances that answer the discovery query",
+     cmd_discover},
+    {"net", "net cards [--json]    the configured network interfaces", cmd_net},
 };
 
 int usage(FILE *out) {
