@@ -56,10 +56,11 @@ install(FILES ${PROJECT_SOURCE_DIR}/tools/kovactl/completion.bash
 
 # Man pages, made by help2man from each program's own --help, so a new option or subcommand
 # is documented by its usage text. kovactl's page also gets every command's own usage.
-# A cross build cannot run its programs here, and help2man may be missing outside
-# scripts/install-deps: then there are no pages.
+# A cross build cannot run its programs here, a fuzz build's programs are not meant to run
+# outside the fuzzer, and help2man may be missing outside scripts/install-deps: then there are
+# no pages.
 find_program(KOVA_HELP2MAN help2man)
-if(KOVA_HELP2MAN AND NOT KOVA_CROSS_ARCH)
+if(KOVA_HELP2MAN AND NOT KOVA_CROSS_ARCH AND NOT KOVA_BUILD_FUZZ)
     set(man_dir ${PROJECT_BINARY_DIR}/man)
     set(man_pages "")
     # kova_man(program section "one-line summary" [appliance])
