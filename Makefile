@@ -5,13 +5,17 @@ ASAN_BUILD ?= build-asan
 BENCH_BUILD?= build-bench
 FUZZ_BUILD ?= build-fuzz
 PREFIX     ?= /usr/local
+# make install puts the appliance's own programs (/bin/get_key_value, /sbin/sfdisk ...) into
+# this appliance root; empty: they are not installed.
+APPLIANCE_ROOT ?=
+DEB_OUT    ?= $(BUILD)/deb
 FUZZ_SECONDS ?= 20
 # A hanging test fails after this many seconds instead of eating the CI budget.
 TEST_TIMEOUT ?= 300
 GENERATOR  := -G Ninja
 
 .PHONY: all deps build build-asan test test-normal test-asan test-i386 test-s390x test-cross \
-        test-vm vm-shell demo bench fuzz install format format-check clean
+        test-vm vm-shell demo bench fuzz install deb deb-check format format-check clean
 
 all: build
 
@@ -71,8 +75,21 @@ fuzz: deps
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	scripts/run-fuzzers $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
-install: build
-	cmake --install $(BUILD) --prefix $(PREFIX)
+# DESTDIR stages the whole install (as packaging does); the prefix is set at configure time, so
+# that the installed programs find the library where it was installed.
+install: deps
+	cmake -S . -B $(BUILD) $(GENERATOR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	      -DCMAKE_INSTALL_PREFIX=$(PREFIX) -DKOVA_APPLIANCE_ROOT=$(APPLIANCE_ROOT)
+	cmake --build $(BUILD) -j $(JOBS)
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD)
+
+# Debian packages in $(DEB_OUT) (scripts/make-deb: dpkg-buildpackage on a copy of the tree,
+# then lintian); deb-check installs them into a throw-away root and runs kovactl from there.
+deb: deps
+	scripts/make-deb $(DEB_OUT)
+
+deb-check: deb
+	scripts/deb-smoke $(DEB_OUT)
 
 format:
 	git ls-files '*.c' '*.h' '*.cpp' | xargs clang-format -i

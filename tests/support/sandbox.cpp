@@ -22,16 +22,14 @@ namespace kova::test {
 namespace {
 
 // The appliance's own programs that the library runs by absolute path, linked from the build
-// into every sandbox root (a program not built yet is simply not there).
+// into every sandbox root (a program not built yet is simply not there). The rows come from
+// KOVA_APPLIANCE_PROGRAMS in the top-level CMakeLists.txt.
 struct ToolLink {
     const char *path;  // inside the root
     const char *tool;  // in KOVA_TOOLS_DIR
 };
 constexpr ToolLink kToolLinks[] = {
-    {"/sbin/sfdisk", "sfdisk"},
-    {"/bin/get_key_value", "get_key_value"},
-    {"/usr/kova/bin/kovalogset1", "kovalogset1"},
-    {"/usr/kova/bin/findhostd", "findhostd"},
+#include "appliance_programs.inc"
 };
 
 void link_tools(const std::string &root) {

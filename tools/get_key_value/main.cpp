@@ -3,12 +3,24 @@
 // "/bin/get_key_value".
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "kovasdk/file.h"
 
+namespace {
+constexpr char kUsage[] =
+    "usage: get_key_value FILE KEY\n"
+    "Prints the value of KEY in the settings file FILE (lines key=\"value\" or key=value).\n"
+    "Exit status: 0 found, 1 absent or unreadable, 2 usage error.\n";
+}  // namespace
+
 int main(int argc, char **argv) {
+    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
     if (argc != 3) {
-        fprintf(stderr, "usage: get_key_value FILE KEY\n");
+        fputs(kUsage, stderr);
         return 2;
     }
     const int needed = KLIBFileGetKeyValue(argv[1], argv[2], nullptr, 0, 0);

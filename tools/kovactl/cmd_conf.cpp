@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "core/root.h"
 #include "kovasdk/file.h"
@@ -14,16 +15,13 @@ namespace {
 constexpr int kLockSeconds = 5;
 constexpr uint32_t kWriteLock = KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX | KLIB_LOCK_NB;
 
-int usage() {
-    fprintf(stderr,
-            "usage: kovactl conf get FILE KEY [--section NAME]\n"
-            "       kovactl conf set FILE KEY VALUE [--section NAME]\n"
-            "       kovactl conf rm FILE KEY | rm FILE --section NAME\n"
-            "       kovactl conf sections FILE\n"
-            "       kovactl conf section FILE NAME\n"
-            "FILE is an appliance path (resolved under --root) or a relative path.\n");
-    return 2;
-}
+constexpr char kUsage[] =
+    "usage: kovactl conf get FILE KEY [--section NAME] [--json]\n"
+    "       kovactl conf set FILE KEY VALUE [--section NAME]\n"
+    "       kovactl conf rm FILE KEY | rm FILE --section NAME\n"
+    "       kovactl conf sections FILE [--json]\n"
+    "       kovactl conf section FILE NAME [--json]\n"
+    "FILE is an appliance path (resolved under --root) or a relative path.\n";
 
 // An absolute appliance path under the sandbox root by the library's own rule, so that --root
 // works on an offline image.
@@ -55,37 +53,39 @@ const char *take_section(int *argc, char **argv) {
     return nullptr;
 }
 
-void print_pairs(const KLIBSZHASH *hash) {
+// The section's pairs in byte order of their keys.
+nlohmann::json sorted_pairs(const KLIBSZHASH *hash) {
+    nlohmann::json pairs = nlohmann::json::object();
     PKLIBSZLIST keys = PslKLIBSzListAlloc(0);
     if (keys == nullptr || KLIBSzHashEnumKey(hash, &keys) < 0) {
         KLIBSzListFree(keys);
-        return;
+        return pairs;
     }
-    KLIBSzListSortItems(keys, KLIB_SZLIST_SORT_BYTES);
-    for (int i = 0; i < keys->nItem; ++i) {
-        printf("%s=%s\n", keys->pszItem[i], SzKLIBSzHashGetValue(hash, keys->pszItem[i]));
-    }
+    for (int i = 0; i < keys->nItem; ++i)
+        pairs[keys->pszItem[i]] = SzKLIBSzHashGetValue(hash, keys->pszItem[i]);
     KLIBSzListFree(keys);
+    return pairs;
 }
 
-int get(const char *file, const char *key, const char *section) {
+// The value of the key, or null when it is not there; false when the file cannot be read.
+bool lookup(const char *file, const char *key, const char *section, nlohmann::json *value) {
+    *value = nullptr;
     if (section != nullptr) {
         PKLIBSZHASH hash = nullptr;
-        if (KLIBFileGetSection(file, section, &hash) < 0) return report_failure("conf get");
-        const char *value = SzKLIBSzHashGetValue(hash, key);
-        if (value != nullptr) printf("%s\n", value);
+        if (KLIBFileGetSection(file, section, &hash) < 0) return false;
+        if (const char *found = SzKLIBSzHashGetValue(hash, key)) *value = found;
         KLIBSzHashFree(hash);
-        return value != nullptr ? 0 : 1;
+        return true;
     }
     const int needed = KLIBFileGetKeyValue(file, key, nullptr, 0, 0);
-    if (needed < 0) return report_failure("conf get");
-    if (needed == 0) return 1;
-    char *value = static_cast<char *>(malloc(static_cast<size_t>(needed)));
-    if (value == nullptr) return 1;
-    const int got = KLIBFileGetKeyValue(file, key, value, needed, 0);
-    if (got > 0) printf("%s\n", value);
-    free(value);
-    return got > 0 ? 0 : report_failure("conf get");
+    if (needed < 0) return false;
+    if (needed == 0) return true;
+    char *text = static_cast<char *>(malloc(static_cast<size_t>(needed)));
+    if (text == nullptr) return false;
+    const int got = KLIBFileGetKeyValue(file, key, text, needed, 0);
+    if (got > 0) *value = text;
+    free(text);
+    return got >= 0;
 }
 
 // Writers take the settings lock around the change, like the appliance's own programs.
@@ -124,43 +124,103 @@ int remove_section(const char *file, const char *section, const char *, const ch
     return rc > 0 ? 0 : 1;
 }
 
+// The subcommands' arguments: FILE resolved, "--section NAME" and "--json" taken out.
+struct ConfArgs {
+    int argc = 0;
+    char **argv = nullptr;
+    const char *file = nullptr;
+    const char *section = nullptr;
+    bool json = false;
+    char resolved[PATH_MAX];
+};
+
+bool parse(int argc, char **argv, ConfArgs *args) {
+    args->section = take_section(&argc, argv);
+    args->json = take_flag(&argc, argv, "--json");
+    args->argc = argc;
+    args->argv = argv;
+    if (argc < 3) return false;
+    args->file = resolve(argv[2], args->resolved);
+    return true;
+}
+
+int conf_get(int argc, char **argv) {
+    ConfArgs a;
+    if (!parse(argc, argv, &a) || a.argc != 4) return kUsageError;
+    nlohmann::json value;
+    if (!lookup(a.file, a.argv[3], a.section, &value)) return report_failure("conf get");
+    if (a.json) {
+        print_json({{"file", a.argv[2]}, {"key", a.argv[3]}, {"value", value}});
+    } else if (value.is_string()) {
+        printf("%s\n", value.get<std::string>().c_str());
+    }
+    return value.is_string() ? 0 : 1;
+}
+
+int conf_set(int argc, char **argv) {
+    ConfArgs a;
+    if (!parse(argc, argv, &a) || a.argc != 5) return kUsageError;
+    if (a.section != nullptr) {
+        return locked_change("conf set", set_in_section, a.file, a.argv[3], a.argv[4], a.section);
+    }
+    return locked_change("conf set", set_flat, a.file, a.argv[3], a.argv[4], nullptr);
+}
+
+int conf_rm(int argc, char **argv) {
+    ConfArgs a;
+    if (!parse(argc, argv, &a)) return kUsageError;
+    if (a.argc == 4 && a.section == nullptr) {
+        return locked_change("conf rm", remove_key, a.file, a.argv[3], nullptr, nullptr);
+    }
+    if (a.argc == 3 && a.section != nullptr) {
+        return locked_change("conf rm", remove_section, a.file, a.section, nullptr, nullptr);
+    }
+    return kUsageError;
+}
+
+int conf_sections(int argc, char **argv) {
+    ConfArgs a;
+    if (!parse(argc, argv, &a) || a.argc != 3) return kUsageError;
+    PKLIBSZLIST names = nullptr;
+    if (KLIBFileEnumSection(a.file, &names) < 0) return report_failure("conf sections");
+    nlohmann::json all = nlohmann::json::array();
+    for (int i = 0; i < names->nItem; ++i)
+        all.push_back(names->pszItem[i]);
+    KLIBSzListFree(names);
+    if (a.json) {
+        print_json(all);
+    } else {
+        for (const auto &name : all)
+            printf("%s\n", name.get<std::string>().c_str());
+    }
+    return 0;
+}
+
+int conf_section(int argc, char **argv) {
+    ConfArgs a;
+    if (!parse(argc, argv, &a) || a.argc != 4) return kUsageError;
+    PKLIBSZHASH hash = nullptr;
+    if (KLIBFileGetSection(a.file, a.argv[3], &hash) < 0) return report_failure("conf section");
+    const nlohmann::json pairs = sorted_pairs(hash);
+    KLIBSzHashFree(hash);
+    if (a.json) {
+        print_json(pairs);
+    } else {
+        for (const auto &[key, value] : pairs.items())
+            printf("%s=%s\n", key.c_str(), value.get<std::string>().c_str());
+    }
+    return pairs.empty() ? 1 : 0;
+}
+
 }  // namespace
 
 int cmd_conf(int argc, char **argv) {
-    const char *section = take_section(&argc, argv);
-    if (argc < 3) return usage();
-    const char *op = argv[1];
-    char resolved[PATH_MAX];
-    const char *file = resolve(argv[2], resolved);
-    if (strcmp(op, "get") == 0 && argc == 4) return get(file, argv[3], section);
-    if (strcmp(op, "set") == 0 && argc == 5) {
-        return section != nullptr
-                   ? locked_change("conf set", set_in_section, file, argv[3], argv[4], section)
-                   : locked_change("conf set", set_flat, file, argv[3], argv[4], nullptr);
-    }
-    if (strcmp(op, "rm") == 0 && argc == 4 && section == nullptr) {
-        return locked_change("conf rm", remove_key, file, argv[3], nullptr, nullptr);
-    }
-    if (strcmp(op, "rm") == 0 && argc == 3 && section != nullptr) {
-        return locked_change("conf rm", remove_section, file, section, nullptr, nullptr);
-    }
-    if (strcmp(op, "sections") == 0 && argc == 3) {
-        PKLIBSZLIST names = nullptr;
-        if (KLIBFileEnumSection(file, &names) < 0) return report_failure("conf sections");
-        for (int i = 0; i < names->nItem; ++i)
-            printf("%s\n", names->pszItem[i]);
-        KLIBSzListFree(names);
-        return 0;
-    }
-    if (strcmp(op, "section") == 0 && argc == 4) {
-        PKLIBSZHASH hash = nullptr;
-        if (KLIBFileGetSection(file, argv[3], &hash) < 0) return report_failure("conf section");
-        print_pairs(hash);
-        const int pairs = KLIBSzHashPairNum(hash);
-        KLIBSzHashFree(hash);
-        return pairs > 0 ? 0 : 1;
-    }
-    return usage();
+    static constexpr Subcommand kSubs[] = {{"get", conf_get},
+                                           {"set", conf_set},
+                                           {"rm", conf_rm},
+                                           {"sections", conf_sections},
+                                           {"section", conf_section}};
+    return dispatch(argc, argv, "conf", kSubs, kUsage);
 }
 
 }  // namespace kovactl

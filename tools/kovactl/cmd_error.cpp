@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/error.h"
 
@@ -16,24 +17,48 @@ bool parse_code(const char *text, uint32_t *code) {
     return true;
 }
 
+constexpr char kUsage[] =
+    "usage: kovactl error [--trace] CODE [--json]   (e.g. 0x0D00)\n"
+    "CODE's name in the message table; --trace raises it and shows the back trace.\n";
+
+// The code's name: null when it is no code of the message table, "" when unnamed.
+const char *name_of(uint32_t code) {
+    const unsigned index = code >> 8;
+    if ((code & 0xFF) != 0 || index >= static_cast<unsigned>(errNum)) return nullptr;
+    return rgszErrMsg[index];
+}
+
 }  // namespace
 
 // error CODE: the message name of a code. error --trace CODE: raise it and show the back trace
 // that the SDK captured.
 int cmd_error(int argc, char **argv) {
-    const bool trace = argc == 3 && strcmp(argv[1], "--trace") == 0;
+    if (is_subcommand_query(argc, argv)) return 0;
+    if (has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
+        return print_usage(kUsage, true);
+    }
+    const bool json = take_flag(&argc, argv, "--json");
+    const bool trace = take_flag(&argc, argv, "--trace");
     uint32_t code = 0;
-    if ((argc != 2 && !trace) || !parse_code(argv[argc - 1], &code)) {
-        fprintf(stderr, "usage: kovactl error [--trace] CODE   (e.g. 0x0D00)\n");
+    if (argc != 2 || !parse_code(argv[1], &code)) {
+        print_usage(kUsage, false);
         return 2;
     }
-    const unsigned index = code >> 8;
-    if ((code & 0xFF) != 0 || index >= static_cast<unsigned>(errNum)) {
+    const char *name = name_of(code);
+    if (json) {
+        nlohmann::json out = {{"code", code}, {"in_table", name != nullptr}, {"name", nullptr}};
+        if (name != nullptr && name[0] != '\0') out["name"] = name;
+        if (trace) {
+            KLIBErrSetEx(code, "kovactl", __LINE__);
+            out["raised_at"] = {{"file", KOVAErrorGetFile()}, {"line", KOVAErrorGetLine()}};
+        }
+        print_json(out);
+        return 0;
+    }
+    if (name == nullptr) {
         printf("0x%04X: not a code of the message table\n", code);
-    } else if (rgszErrMsg[index][0] == '\0') {
-        printf("0x%04X: (unnamed)\n", code);
     } else {
-        printf("0x%04X: %s\n", code, rgszErrMsg[index]);
+        printf("0x%04X: %s\n", code, name[0] != '\0' ? name : "(unnamed)");
     }
     if (trace) {
         KLIBErrSetEx(code, "kovactl", __LINE__);

@@ -1,11 +1,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/list.h"
 
 namespace kovactl {
 namespace {
+
+constexpr char kUsage[] =
+    "usage: kovactl list sort|casesort LIST [--json]\n"
+    "       kovactl list and|or|sub LIST1 LIST2 [--json]     (LIST: comma-separated names)\n";
 
 // Splits "a,b,c" into a new list; null when the SDK fails.
 PKLIBSZLIST from_commas(const char *text) {
@@ -26,55 +31,60 @@ PKLIBSZLIST from_commas(const char *text) {
     }
 }
 
-void print(const KLIBSZLIST *list) {
+// The result as a comma list, or as a JSON array of its items.
+void print(const KLIBSZLIST *list, bool json) {
+    if (json) {
+        nlohmann::json items = nlohmann::json::array();
+        for (int i = 0; i < list->nItem; ++i)
+            items.push_back(SzKLIBSzListGet(list, i));
+        print_json(items);
+        return;
+    }
     for (int i = 0; i < list->nItem; ++i)
         printf("%s%s", i ? "," : "", SzKLIBSzListGet(list, i));
     printf("\n");
 }
 
-int usage() {
-    fprintf(stderr,
-            "usage: kovactl list sort|casesort LIST\n"
-            "       kovactl list and|or|sub LIST1 LIST2     (LIST: comma-separated names)\n");
-    return 2;
+int sort(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 3) return kUsageError;
+    PKLIBSZLIST list = from_commas(argv[2]);
+    if (list == nullptr) return report_failure("list");
+    KLIBSzListSortItems(
+        list, strcmp(argv[1], "sort") == 0 ? KLIB_SZLIST_SORT_BYTES : KLIB_SZLIST_SORT_CASE);
+    print(list, json);
+    KLIBSzListFree(list);
+    return 0;
+}
+
+// and, or, sub: a new list from the two.
+int combine(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 4) return kUsageError;
+    PKLIBSZLIST a = from_commas(argv[2]);
+    PKLIBSZLIST b = a != nullptr ? from_commas(argv[3]) : nullptr;
+    PKLIBSZLIST result = nullptr;
+    if (b != nullptr && strcmp(argv[1], "and") == 0) {
+        result = PslKLIBSzListAnd(a, b, KLIB_SZLIST_NEW_LIST);
+    } else if (b != nullptr && strcmp(argv[1], "or") == 0) {
+        result = PslKLIBSzListOr(&a, b, KLIB_SZLIST_NEW_LIST);
+    } else if (b != nullptr) {
+        result = PslKLIBSzListSub(a, b, KLIB_SZLIST_NEW_LIST);
+    }
+    const int rc = result != nullptr ? 0 : report_failure("list");
+    if (result != nullptr) print(result, json);
+    KLIBSzListFree(result);
+    KLIBSzListFree(b);
+    KLIBSzListFree(a);
+    return rc;
 }
 
 }  // namespace
 
 int cmd_list(int argc, char **argv) {
-    if (argc < 3) return usage();
-    const char *op = argv[1];
-    PKLIBSZLIST a = from_commas(argv[2]);
-    if (a == nullptr) return report_failure("list");
-    int rc = 0;
-    if (argc == 3 && (strcmp(op, "sort") == 0 || strcmp(op, "casesort") == 0)) {
-        KLIBSzListSortItems(
-            a, strcmp(op, "sort") == 0 ? KLIB_SZLIST_SORT_BYTES : KLIB_SZLIST_SORT_CASE);
-        print(a);
-    } else if (argc == 4) {
-        PKLIBSZLIST b = from_commas(argv[3]);
-        PKLIBSZLIST result = nullptr;
-        if (b != nullptr && strcmp(op, "and") == 0) {
-            result = PslKLIBSzListAnd(a, b, KLIB_SZLIST_NEW_LIST);
-        } else if (b != nullptr && strcmp(op, "or") == 0) {
-            result = PslKLIBSzListOr(&a, b, KLIB_SZLIST_NEW_LIST);
-        } else if (b != nullptr && strcmp(op, "sub") == 0) {
-            result = PslKLIBSzListSub(a, b, KLIB_SZLIST_NEW_LIST);
-        } else if (b != nullptr) {
-            rc = usage();
-        }
-        if (result != nullptr) {
-            print(result);
-        } else if (rc == 0) {
-            rc = report_failure("list");
-        }
-        KLIBSzListFree(result);
-        KLIBSzListFree(b);
-    } else {
-        rc = usage();
-    }
-    KLIBSzListFree(a);
-    return rc;
+    static constexpr Subcommand kSubs[] = {
+        {"sort", sort}, {"casesort", sort}, {"and", combine}, {"or", combine}, {"sub", combine}};
+    return dispatch(argc, argv, "list", kSubs, kUsage);
 }
 
 }  // namespace kovactl

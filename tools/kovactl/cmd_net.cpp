@@ -103,6 +103,7 @@ int net_cards(int argc, char **argv) {
 }  // namespace
 
 int cmd_discover(int argc, char **argv) {
+    if (is_subcommand_query(argc, argv)) return 0;  // no subcommands
     return discover(argc, argv);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/proc.h"
 
@@ -11,15 +12,15 @@ namespace kovactl {
 namespace {
 
 constexpr int kMaxPids = 256;
+constexpr int kMaxBlockers = 16;
 
-int usage() {
-    fprintf(stderr,
-            "usage: kovactl ps PATTERN\n"
-            "       kovactl ops                      live operations of the registry\n"
-            "       kovactl ops check NAME           could NAME run now?\n"
-            "       kovactl ops hold NAME SECONDS    register NAME for a while\n");
-    return 2;
-}
+constexpr char kPsUsage[] =
+    "usage: kovactl ps PATTERN [--json]    the processes whose command line matches\n";
+constexpr char kOpsUsage[] =
+    "usage: kovactl ops list [--json]                 live operations of the registry\n"
+    "       kovactl ops check NAME [--json]           could NAME run now?\n"
+    "       kovactl ops hold NAME SECONDS             register NAME for a while\n"
+    "(\"kovactl ops\" alone is \"ops list\".)\n";
 
 int operation_id(const char *name) {
     for (int op = 0; op < KOVA_OP_END; ++op) {
@@ -28,51 +29,73 @@ int operation_id(const char *name) {
     return -1;
 }
 
-void print_names(const int *ids, int count) {
-    for (int i = 0; i < count; ++i)
-        printf("%s%s", i ? " " : "", KOVAOperationGetName(ids[i]));
+nlohmann::json names_of(const int *ids, int count) {
+    nlohmann::json names = nlohmann::json::array();
+    for (int i = 0; i < count && i < kMaxBlockers; ++i)
+        names.push_back(KOVAOperationGetName(ids[i]));
+    return names;
+}
+
+void print_names(const nlohmann::json &names) {
+    for (size_t i = 0; i < names.size(); ++i)
+        printf("%s%s", i ? " " : "", names[i].get<std::string>().c_str());
     printf("\n");
 }
 
 // The live entries are what would block "iron", whose class every other class blocks.
-int list_live() {
-    int ids[16];
-    int n = 16;
+int list_live(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc > 2) return kUsageError;
+    int ids[kMaxBlockers];
+    int n = kMaxBlockers;
     const int rc = KOVAOperationRegister(KOVA_OP_IRON, KOVA_OP_FLAG_TEST_ONLY, ids, &n, 0);
     if (rc < 0) return report_failure("ops");
-    if (rc == 0) {
+    const nlohmann::json running = rc == 0 ? nlohmann::json::array() : names_of(ids, n);
+    if (json) {
+        print_json({{"running", running}});
+    } else if (running.empty()) {
         printf("no operation is running\n");
-        return 0;
+    } else {
+        printf("running: ");
+        print_names(running);
     }
-    printf("running: ");
-    print_names(ids, n < 16 ? n : 16);
     return 0;
 }
 
-int check(const char *name) {
+int check_operation(const char *name, bool json) {
     const int op = operation_id(name);
-    if (op < 0) return usage();
-    int ids[16];
-    int n = 16;
+    if (op < 0) return kUsageError;
+    int ids[kMaxBlockers];
+    int n = kMaxBlockers;
     const int rc = KOVAOperationRegister(op, KOVA_OP_FLAG_TEST_ONLY, ids, &n, 0);
     if (rc < 0) return report_failure("ops check");
-    if (rc == 0) {
+    const nlohmann::json blockers = rc == 0 ? nlohmann::json::array() : names_of(ids, n);
+    const char *blocked = rc == 0 ? "no" : rc == 1 ? "hard" : "softly";
+    if (json) {
+        print_json({{"operation", name}, {"blocked", blocked}, {"by", blockers}});
+    } else if (rc == 0) {
         printf("%s: free to run\n", name);
-        return 0;
+    } else {
+        printf("%s: blocked %s by: ", name, blocked);
+        print_names(blockers);
     }
-    printf("%s: blocked %s by: ", name, rc == 1 ? "hard" : "softly");
-    print_names(ids, n < 16 ? n : 16);
-    return 1;
+    return rc == 0 ? 0 : 1;
 }
 
-int hold(const char *name, const char *seconds) {
-    const int op = operation_id(name);
-    if (op < 0) return usage();
-    int ids[16];
-    int n = 16;
+int check(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    return argc == 3 ? check_operation(argv[2], json) : kUsageError;
+}
+
+int hold(int argc, char **argv) {
+    if (argc != 4) return kUsageError;
+    const int op = operation_id(argv[2]);
+    if (op < 0) return kUsageError;
+    int ids[kMaxBlockers];
+    int n = kMaxBlockers;
     const int rc = KOVAOperationRegister(op, 0, ids, &n, 0);
-    if (rc != 0) return rc < 0 ? report_failure("ops hold") : check(name);
-    sleep(static_cast<unsigned>(atoi(seconds)));
+    if (rc != 0) return rc < 0 ? report_failure("ops hold") : check_operation(argv[2], false);
+    sleep(static_cast<unsigned>(atoi(argv[3])));
     return KOVAOperationUnregister(op) == 0 ? 0 : report_failure("ops hold");
 }
 
@@ -80,10 +103,22 @@ int hold(const char *name, const char *seconds) {
 
 // ps PATTERN: the processes whose command line matches.
 int cmd_ps(int argc, char **argv) {
-    if (argc != 2) return usage();
+    if (is_subcommand_query(argc, argv)) return 0;
+    if (has_flag(argc, argv, "--help") || has_flag(argc, argv, "-h")) {
+        return print_usage(kPsUsage, true);
+    }
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 2) return print_usage(kPsUsage, false);
     int pids[kMaxPids];
     const int found = KLIBPs(argv[1], pids, kMaxPids);
     if (found < 0) return report_failure("ps");
+    if (json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (int i = 0; i < found && i < kMaxPids; ++i)
+            list.push_back(pids[i]);
+        print_json({{"pattern", argv[1]}, {"count", found}, {"pids", list}});
+        return 0;
+    }
     printf("%d %s '%s'", found, found == 1 ? "process matches" : "processes match", argv[1]);
     for (int i = 0; i < found && i < kMaxPids; ++i)
         printf("%s%d", i ? " " : ": ", pids[i]);
@@ -92,10 +127,10 @@ int cmd_ps(int argc, char **argv) {
 }
 
 int cmd_ops(int argc, char **argv) {
-    if (argc == 1) return list_live();
-    if (argc == 3 && strcmp(argv[1], "check") == 0) return check(argv[2]);
-    if (argc == 4 && strcmp(argv[1], "hold") == 0) return hold(argv[2], argv[3]);
-    return usage();
+    static constexpr Subcommand kSubs[] = {{"list", list_live}, {"check", check}, {"hold", hold}};
+    // Bare "ops" (or "ops --json") lists, as it always did.
+    if (argc == 1 || (argc == 2 && strcmp(argv[1], "--json") == 0)) return list_live(argc, argv);
+    return dispatch(argc, argv, "ops", kSubs, kOpsUsage);
 }
 
 }  // namespace kovactl

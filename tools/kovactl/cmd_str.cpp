@@ -2,57 +2,93 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/kstring.h"
 
 namespace kovactl {
 namespace {
 
-int usage() {
-    fprintf(stderr,
-            "usage: kovactl str colon-encode|colon-decode|hex|unhex|trim TEXT\n"
-            "       kovactl str pair LINE                 key and value of a settings line\n"
-            "       kovactl str join SEP TEXT...\n");
-    return 2;
-}
+constexpr char kUsage[] =
+    "usage: kovactl str colon-encode|colon-decode|hex|unhex|trim TEXT [--json]\n"
+    "       kovactl str pair LINE [--json]         key and value of a settings line\n"
+    "       kovactl str join SEP TEXT... [--json]\n";
 
 using Coder = int (*)(const char *, char *, int);
 
+// The result as a line, or as {"result": ...}.
+void print_result(const char *result, bool json) {
+    if (json) {
+        print_json({{"result", result}});
+    } else {
+        printf("%s\n", result);
+    }
+}
+
 // Runs one of the size-checked coders with a buffer large enough for any of them.
-int code(Coder coder, const char *text) {
-    const size_t len = strlen(text);
+int code(Coder coder, int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 3) return kUsageError;
+    const size_t len = strlen(argv[2]);
     char *out = static_cast<char *>(malloc(2 * len + 1));
     if (out == nullptr) return 1;
-    const int n = coder(text, out, static_cast<int>(2 * len));
+    const int n = coder(argv[2], out, static_cast<int>(2 * len));
     const int rc = n < 0 ? report_failure("str") : 0;
-    if (n >= 0) printf("%s\n", out);
+    if (n >= 0) print_result(out, json);
     free(out);
     return rc;
 }
 
-int trim(const char *text) {
-    char *copy = strdup(text);
+int colon_encode(int argc, char **argv) {
+    return code(KLIBStrEncodeColon, argc, argv);
+}
+int colon_decode(int argc, char **argv) {
+    return code(KLIBStrDecodeColon, argc, argv);
+}
+int hex(int argc, char **argv) {
+    return code(KLIBStringToHexCode, argc, argv);
+}
+int unhex(int argc, char **argv) {
+    return code(KLIBStrHexCodeToString, argc, argv);
+}
+
+int trim(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 3) return kUsageError;
+    char *copy = strdup(argv[2]);
     if (copy == nullptr) return 1;
     const int n = KLIBStrTrimSpace(copy, nullptr);
-    if (n >= 0) printf("[%s] (%d bytes)\n", copy, n);
+    if (n >= 0 && json) {
+        print_json({{"result", copy}, {"bytes", n}});
+    } else if (n >= 0) {
+        printf("[%s] (%d bytes)\n", copy, n);
+    }
     free(copy);
     return n < 0 ? report_failure("str trim") : 0;
 }
 
-int pair(const char *line) {
+int pair(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc != 3) return kUsageError;
     PKLIBSZLIST list = PslKLIBSzListAlloc(0);
-    const int rc = list != nullptr && KLIBStrSepPair(line, &list) == 0 ? 0 : report_failure(line);
-    if (rc == 0)
+    const int rc =
+        list != nullptr && KLIBStrSepPair(argv[2], &list) == 0 ? 0 : report_failure(argv[2]);
+    if (rc == 0 && json) {
+        print_json({{"key", SzKLIBSzListGet(list, 0)}, {"value", SzKLIBSzListGet(list, 1)}});
+    } else if (rc == 0) {
         printf("key [%s] value [%s]\n", SzKLIBSzListGet(list, 0), SzKLIBSzListGet(list, 1));
+    }
     KLIBSzListFree(list);
     return rc;
 }
 
 int join(int argc, char **argv) {
+    const bool json = take_flag(&argc, argv, "--json");
+    if (argc < 4) return kUsageError;
     char *buf = nullptr;
     int size = 0;
     if (KOVAStrJoin(argv + 3, argc - 3, argv[2], &buf, &size) < 0) return report_failure("join");
-    printf("%s\n", buf);
+    print_result(buf, json);
     free(buf);
     return 0;
 }
@@ -60,16 +96,14 @@ int join(int argc, char **argv) {
 }  // namespace
 
 int cmd_str(int argc, char **argv) {
-    if (argc >= 4 && strcmp(argv[1], "join") == 0) return join(argc, argv);
-    if (argc != 3) return usage();
-    const char *op = argv[1];
-    if (strcmp(op, "colon-encode") == 0) return code(KLIBStrEncodeColon, argv[2]);
-    if (strcmp(op, "colon-decode") == 0) return code(KLIBStrDecodeColon, argv[2]);
-    if (strcmp(op, "hex") == 0) return code(KLIBStringToHexCode, argv[2]);
-    if (strcmp(op, "unhex") == 0) return code(KLIBStrHexCodeToString, argv[2]);
-    if (strcmp(op, "trim") == 0) return trim(argv[2]);
-    if (strcmp(op, "pair") == 0) return pair(argv[2]);
-    return usage();
+    static constexpr Subcommand kSubs[] = {{"colon-encode", colon_encode},
+                                           {"colon-decode", colon_decode},
+                                           {"hex", hex},
+                                           {"unhex", unhex},
+                                           {"trim", trim},
+                                           {"pair", pair},
+                                           {"join", join}};
+    return dispatch(argc, argv, "str", kSubs, kUsage);
 }
 
 }  // namespace kovactl

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "args.h"
 #include "commands.h"
 #include "kovasdk/kovasdk.h"
 
@@ -20,10 +21,11 @@ const Command kCommands[] = {
      cmd_list},
     {"hash", "hash code KEY [SLOTS] | hash section NAME K=V...    string hash slots and sections",
      cmd_hash},
-    {"str", "str colon-encode|colon-decode|hex|unhex|trim|pair TEXT | str join SEP TEXT...",
+    {"str", "str colon-encode|colon-decode|hex|unhex|trim|pair|join ...    string helpers",
      cmd_str},
     {"ps", "ps PATTERN    the processes whose command line matches a grep pattern", cmd_ps},
-    {"ops", "ops | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
+    {"ops",
+     "ops [list] | ops check NAME | ops hold NAME SECONDS    the registry of running operations",
      cmd_ops},
     {"user", "user list|get|add|set|passwd|del ...    the appliance's user accounts", cmd_user},
     {"group", "group list|get|add|set|del|members ...    the appliance's local groups", cmd_group},
@@ -47,6 +49,22 @@ int usage(FILE *out) {
             "\n--root DIR resolves the appliance's own files under DIR (a sandbox or an "
             "offline image).\n");
     return out == stdout ? 0 : 2;
+}
+
+// The words bash completion offers (tools/kovactl/completion.bash): one line per command, its
+// name and then its subcommands, straight from the tables that print the usage texts.
+int completion() {
+    for (const auto &c : kCommands) {
+        fputs(c.name, stdout);
+        char name[32];
+        snprintf(name, sizeof name, "%s", c.name);
+        char query[sizeof kSubcommandQuery];
+        snprintf(query, sizeof query, "%s", kSubcommandQuery);
+        char *argv[] = {name, query, nullptr};
+        c.run(2, argv);
+        putchar('\n');
+    }
+    return 0;
 }
 
 }  // namespace
@@ -76,6 +94,7 @@ int main(int argc, char **argv) {
     if (strcmp(argv[arg], "-h") == 0 || strcmp(argv[arg], "--help") == 0) {
         return kovactl::usage(stdout);
     }
+    if (strcmp(argv[arg], "--completion") == 0) return kovactl::completion();
     for (const auto &c : kovactl::kCommands) {
         if (strcmp(argv[arg], c.name) == 0) return c.run(argc - arg, argv + arg);
     }

@@ -23,11 +23,20 @@ bool is_system_info_file(const char *path) {
     return realpath(info, resolved_info) != nullptr && realpath(path, resolved_path) != nullptr &&
            strcmp(resolved_info, resolved_path) == 0;
 }
+constexpr char kUsage[] =
+    "usage: set_key_value FILE KEY VALUE\n"
+    "Sets KEY=\"VALUE\" in the settings file FILE: replaces the key's first line and drops\n"
+    "later ones, or appends the line. The system information file is changed under its lock.\n"
+    "Exit status: 0 set, 1 failure, 2 usage error.\n";
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
     if (argc != 4) {
-        fprintf(stderr, "usage: set_key_value FILE KEY VALUE\n");
+        fputs(kUsage, stderr);
         return 2;
     }
     const bool lock = is_system_info_file(argv[1]);
