@@ -49,6 +49,7 @@
 #include "proc.h"
 #include "raid.h"
 #include "share.h"
+#include "sysbkp.h"
 #include "unicode.h"
 #include "user.h"
 #include "volume.h"
