@@ -33,6 +33,7 @@ const Command kCommands[] = {
      cmd_raid},
     {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
     {"vol", "vol list|info|mount|umount|lvm-status ...    the appliance's volumes", cmd_volume},
+    {"backup", "backup export|import|show FILE ...    the configuration backup file", cmd_backup},
 };
 
 int usage(FILE *out) {
