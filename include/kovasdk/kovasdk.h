@@ -45,6 +45,7 @@
 #include "hash.h"
 #include "kstring.h"
 #include "list.h"
+#include "log.h"
 #include "partition.h"
 #include "proc.h"
 #include "raid.h"

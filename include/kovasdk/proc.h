@@ -15,8 +15,8 @@ KOVA_BEGIN_DECLS
 
 /* Running programs. KLIBExec and KLIBBackgroundExec take up to four arguments; the list ends at
  * the first null. Children get standard input, output and error on /dev/null. */
-/* Runs the program in a new session with a cleared environment in "/" and waits: its exit code
- * (255 when it could not be run); -1. */
+/* Runs the program in a new session with a cleared environment (KOVA_ROOT alone is kept) in "/"
+ * and waits: its exit code (255 when it could not be run); -1. */
 KOVA_API int KLIBExec(const char *szPath, const char *szArg1, const char *szArg2,
                       const char *szArg3, const char *szArg4);
 /* Starts the program and returns its pid at once, never waiting for it; -1. */

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -38,11 +40,23 @@ void stdio_to_dev_null() {
     if (setup.chdir_root && chdir("/") != 0) {
         // the program still runs, from wherever the caller was
     }
-    if (setup.clear_env) clearenv();
+    // A cleared environment still names the appliance root: a program the library runs works
+    // on the same appliance as the library (built without allocating, after fork).
+    char root_entry[PATH_MAX + 16] = "";
+    char *cleared[2] = {nullptr, nullptr};
+    if (setup.clear_env) {
+        const char *root = getenv("KOVA_ROOT");
+        if (root != nullptr && root[0] != '\0' &&
+            snprintf(root_entry, sizeof root_entry, "KOVA_ROOT=%s", root) <
+                static_cast<int>(sizeof root_entry)) {
+            cleared[0] = root_entry;
+        }
+    }
+    char *const *env = setup.clear_env ? cleared : environ;
     if (strchr(path, '/') != nullptr) {
-        execv(path, argv);
+        execve(path, argv, env);
     } else {
-        execvp(path, argv);
+        execvpe(path, argv, env);
     }
     if (setup.on_exec_failure == ChildSetup::OnExecFailure::abort) abort();
     _exit(255);  // _exit: the caller's stdio buffers must not be flushed twice

@@ -19,7 +19,7 @@ struct ChildSetup {
 
     bool new_session = false;         // setsid()
     bool chdir_root = false;          // chdir("/")
-    bool clear_env = false;           // clearenv()
+    bool clear_env = false;           // an empty environment, but for KOVA_ROOT
     void (*before_exec)() = nullptr;  // e.g. closing the lock files the caller holds
     OnExecFailure on_exec_failure = OnExecFailure::exit_255;
 };

@@ -46,6 +46,15 @@ inline int close(int fd) {
 inline int fstat(int fd, struct stat *st) {
     return calls().fstat(fd, st);
 }
+inline ssize_t read(int fd, void *buffer, size_t size) {
+    return calls().read(fd, buffer, size);
+}
+inline ssize_t write(int fd, const void *buffer, size_t size) {
+    return calls().write(fd, buffer, size);
+}
+inline off_t lseek(int fd, off_t offset, int whence) {
+    return calls().lseek(fd, offset, whence);
+}
 inline int fsync(int fd) {
     return calls().fsync(fd);
 }

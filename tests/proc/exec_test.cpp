@@ -26,12 +26,13 @@ TEST_F(ExecTest, ExitCodesOfTheProgram) {
     EXPECT_TRUE(raised(ERR_BAD_PARAMETERS));
 }
 
-// Both get 0-2 on /dev/null; only KLIBExec's child gets a new session, "/" and no environment.
+// Both get 0-2 on /dev/null; only KLIBExec's child gets a new session, "/" and no environment
+// but the appliance root.
 TEST_F(ExecTest, WhatTheChildInherits) {
     const std::string out = path("/tmp/child.txt"), null3 = "/dev/null /dev/null /dev/null ";
     const std::string script =
         "exec 3>" + out + "; echo $(readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2)" +
-        " \"dir=$(pwd) mark=$KOVA_TEST_MARK\" " +
+        " \"dir=$(pwd) mark=$KOVA_TEST_MARK root=$KOVA_ROOT\" " +
         "$([ \"$(ps -o sid= -p $$ | tr -d ' ')\" = $$ ] && echo leader || echo member) >&3";
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
@@ -40,10 +41,11 @@ TEST_F(ExecTest, WhatTheChildInherits) {
     const std::string exec_saw = read_file(out);
     const int background = KLIBBackgroundExec("/bin/sh", "-c", script.c_str(), nullptr, nullptr);
     unsetenv("KOVA_TEST_MARK");
-    EXPECT_EQ(exec_saw, null3 + "dir=/ mark= leader\n");
+    const std::string root = getenv("KOVA_ROOT");
+    EXPECT_EQ(exec_saw, null3 + "dir=/ mark= root=" + root + " leader\n");
     ASSERT_GT(background, 0);
     EXPECT_EQ(reap(background), 0);
-    EXPECT_EQ(read_file(out), null3 + "dir=" + cwd + " mark=inherited member\n");
+    EXPECT_EQ(read_file(out), null3 + "dir=" + cwd + " mark=inherited root=" + root + " member\n");
 }
 
 // A daemon started while the caller held a lock must not keep the lock once the caller lets go.

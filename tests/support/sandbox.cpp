@@ -30,6 +30,7 @@ struct ToolLink {
 constexpr ToolLink kToolLinks[] = {
     {"/sbin/sfdisk", "sfdisk"},
     {"/bin/get_key_value", "get_key_value"},
+    {"/usr/kova/bin/kovalogset1", "kovalogset1"},
 };
 
 void link_tools(const std::string &root) {

@@ -24,6 +24,7 @@ int cmd_disk(int argc, char **argv);
 int cmd_raid(int argc, char **argv);
 int cmd_part(int argc, char **argv);
 int cmd_volume(int argc, char **argv);
+int cmd_log(int argc, char **argv);
 int cmd_backup(int argc, char **argv);
 
 // Prints "kovactl: what: ERR_NAME (0xCODE) at file:line" for the SDK's last error; returns 1.

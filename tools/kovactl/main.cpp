@@ -33,6 +33,7 @@ const Command kCommands[] = {
      cmd_raid},
     {"part", "part layout|check|create|clean ...    the disks' partition layouts", cmd_part},
     {"vol", "vol list|info|mount|umount|lvm-status ...    the appliance's volumes", cmd_volume},
+    {"log", "log show|add|size|conn ...    the appliance's event logs and connections", cmd_log},
     {"backup", "backup export|import|show FILE ...    the configuration backup file", cmd_backup},
 };
 

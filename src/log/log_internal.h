@@ -1,0 +1,109 @@
+// What the event-log files share: the classes and their configuration keys, the retried open
+// and lock, the record layout and the ring's walking rules.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "kovasdk/log.h"
+
+namespace kova::log_file {
+
+constexpr uint32_t kStart = KOVA_LOG_HEADER_SIZE;  // first byte of the record area
+constexpr int kRecordFixed = KOVA_LOG_RECORD_FIXED;
+constexpr int kMarkerSize = 2;           // the zero end marker of a wrapped ring
+constexpr int kConfPathMax = 32;         // bytes read for a file path from the configuration
+constexpr int kConfSizeMax = 11;         // bytes read for a size
+constexpr int kTries = 10;               // opens and locks: once a second, at most this often
+constexpr int kDefaultSize = 65536;      // the classes' size when nothing else says
+constexpr int kSysCreateSize = 131072;   // classes 1 and 2 when the writer made the configuration
+constexpr int kShrinkRecordLimit = 256;  // records this long are not carried over a shrink
+
+// A class's configuration keys and default file.
+struct ClassKeys {
+    const char *file_key;
+    const char *size_key;
+    const char *default_file;
+};
+
+// The keys for reading and resizing (class 2 has its own file); null for classes without a file
+// (4) and outside 1..8.
+const ClassKeys *class_keys(int log_class);
+// The writer's keys: as class_keys, but class 2 writes into the system log.
+const ClassKeys *write_class_keys(int log_class);
+
+// The class's log file: the configured path (at most kConfPathMax bytes) or the default,
+// resolved under the sandbox root. False when it does not fit.
+bool class_file(const ClassKeys &keys, char *path, size_t size);
+// The configured size of the class: true with *size when the key holds a number.
+bool class_size(const ClassKeys &keys, int *size);
+// The configuration file, resolved.
+const char *conf_path(char *path, size_t size);
+
+// open() retried once a second, at most kTries times; -1 when every try failed.
+int open_retrying(const char *path, int flags, mode_t mode);
+// An exclusive non-blocking flock retried once a second, at most kTries times.
+bool lock_retrying(int fd);
+
+// Host-order fields.
+inline uint16_t get16(const void *at) {
+    uint16_t v;
+    memcpy(&v, at, sizeof v);
+    return v;
+}
+inline uint32_t get32(const void *at) {
+    uint32_t v;
+    memcpy(&v, at, sizeof v);
+    return v;
+}
+inline void put16(void *at, uint16_t v) {
+    memcpy(at, &v, sizeof v);
+}
+inline void put32(void *at, uint32_t v) {
+    memcpy(at, &v, sizeof v);
+}
+
+// pread/pwrite of exactly size bytes at offset through the syscall seam.
+bool read_at(int fd, void *buffer, size_t size, off_t offset);
+bool write_at(int fd, const void *buffer, size_t size, off_t offset);
+// The 2-byte record length at offset; -1 when it cannot be read.
+int length_at(int fd, off_t offset);
+
+// The head and tail when both are readable and inside the file's record area, else false.
+bool read_ends(int fd, uint32_t *head, uint32_t *tail);
+
+// Walks the live records of a ring from head to tail: from head up to the end marker and on
+// from the record area when the ring has wrapped (head > tail), else from head up to tail.
+class RingWalk {
+  public:
+    enum class Step { kRecord, kEnd, kDamaged };
+
+    RingWalk(int fd, uint32_t head, uint32_t tail, off_t file_size)
+        : fd_(fd),
+          tail_(tail),
+          size_(file_size),
+          pos_(head),
+          first_run_(head > tail),
+          wrapped_(head > tail) {}
+
+    // The next record (at(), length()), the end of the live records, or a damaged record at
+    // at(): a length below 2, or one that runs past the tail or the file's end.
+    Step next();
+    // Moves past the record next() found.
+    void advance() { pos_ += length_; }
+
+    uint32_t at() const { return pos_; }
+    int length() const { return length_; }
+    bool wrapped() const { return wrapped_; }
+
+  private:
+    int fd_;
+    uint32_t tail_;
+    off_t size_;
+    uint32_t pos_;
+    bool first_run_;
+    bool wrapped_;
+    int length_ = 0;
+};
+
+}  // namespace kova::log_file
