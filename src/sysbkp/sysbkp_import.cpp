@@ -113,6 +113,7 @@ class Import {
     UniqueFd in_;
     UniqueFd scratch_;
     uint32_t result_ = KOVA_SYSBKP_ALL;
+    bool section_failed_ = false;
     bool stopped_ = false;
     bool finished_ = false;
 };
@@ -198,6 +199,7 @@ bool Import::read_blocks() {
             log_at(LOG_ERR, Site(__LINE__, kFunction), "%s(%d): Failed to restore %s\n",
                    row.szDesc);
             result_ &= ~row.dwBit;
+            section_failed_ = true;  // also a section outside the mask of all (0x00800000)
             report_(row, KOVA_SYSBKP_FAILED);
         } else {
             report_(row, KOVA_SYSBKP_RESTORED);
@@ -233,7 +235,7 @@ int Import::run(const char *path) {
     const bool complete = open_files(path) && read_head() && read_blocks();
     finish();
     if (!complete) return -1;
-    if (result_ != KOVA_SYSBKP_ALL) return fail(ERR_OP_FAILURE);
+    if (result_ != KOVA_SYSBKP_ALL || section_failed_) return fail(ERR_OP_FAILURE);
     KOVALogSet1(KOVA_LOG_CLASS_SYS, KOVA_LOG_TYPE_INFO,
                 option_ == 0 ? KOVA_SYSBKP_EVENT_IMPORTED : KOVA_SYSBKP_EVENT_IMPORTED_OPTION, "",
                 "", "", "");

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kovasdk/error.h"
@@ -68,6 +70,28 @@ class SysbkpTest : public SandboxTest {
                                                           : "";
     }
     bool marker_gone() const { return !file_exists(path(KOVA_SYSBKP_IMPORT_MARKER)); }
+    // The (type, event key) of every record of the system event log, oldest first: records
+    // from offset 16 up to the tail, each a 16-bit length and the key at offset 12, in the
+    // byte order of the machine that wrote them.
+    std::vector<std::pair<int, uint32_t>> events() const {
+        std::vector<std::pair<int, uint32_t>> out;
+        if (!file_exists(path("/var/log/kovasys.log"))) return out;
+        const std::string log = read_file(path("/var/log/kovasys.log"));
+        uint32_t tail = 0;
+        if (log.size() < 16) return out;
+        memcpy(&tail, log.data() + 12, 4);
+        for (size_t at = 16; at + 16 <= tail && at + 16 <= log.size();) {
+            uint16_t length = 0, type = 0;
+            uint32_t key = 0;
+            memcpy(&length, log.data() + at, 2);
+            memcpy(&type, log.data() + at + 2, 2);
+            memcpy(&key, log.data() + at + 12, 4);
+            if (length < 16) break;
+            out.emplace_back(type, key);
+            at += length;
+        }
+        return out;
+    }
     std::string setting(const char *key) const {
         char value[256] = "";
         KLIBFileGetKeyValue(path("/etc/kovainfo.conf").c_str(), key, value, sizeof value, 0);

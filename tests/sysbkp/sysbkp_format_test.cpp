@@ -96,9 +96,9 @@ TEST_F(SysbkpFormatTest, TableRowsAndIndexes) {
 class ItemFile {
   public:
     explicit ItemFile(const std::string &bytes) {
-        char name[] = "/tmp/kova-sysbkp-items-XXXXXX";
-        fd_.reset(mkstemp(name));
-        unlink(name);
+        std::string name = KOVA_TEST_SANDBOXES "/items-XXXXXX";
+        fd_.reset(mkstemp(name.data()));
+        unlink(name.c_str());
         EXPECT_EQ(write(fd_.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
         lseek(fd_.get(), 0, SEEK_SET);
     }

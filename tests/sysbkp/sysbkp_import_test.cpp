@@ -39,6 +39,15 @@ TEST_F(SysbkpImportTest, MaskZeroSkipsEveryBlockAroundStoppedServices) {
     EXPECT_TRUE(marker_gone());
 }
 
+TEST_F(SysbkpImportTest, MaskOfAllSkipsTheMySQLSwitch) {
+    const std::string mysql =
+        block(KOVA_SYSBKP_MYSQL, long_item(1) + string_item("runmysql") + string_item("yes"));
+    ASSERT_EQ(import(file_header(KOVA_SYSBKP_ALL) + mysql), 0);
+    EXPECT_EQ(setting("runmysql"), "no");
+    ASSERT_EQ(import(file_header(KOVA_SYSBKP_ALL) + mysql, KOVA_SYSBKP_ALL | KOVA_SYSBKP_MYSQL), 0);
+    EXPECT_EQ(setting("runmysql"), "yes");
+}
+
 TEST_F(SysbkpImportTest, HeaderAloneSucceedsAndRestoresNothing) {
     const std::string before = read_file(path("/etc/kovainfo.conf"));
     EXPECT_EQ(import(file_header(KOVA_SYSBKP_ALL)), 0);
@@ -200,6 +209,22 @@ TEST_F(SysbkpImportTest, DamagedAccountSectionsRestoreNothing) {
     ASSERT_EQ(KOVAUserGet("carol", &user), 0);
     EXPECT_EQ(user->szPassword, hash);
     KOVAUserFree(user);
+}
+
+TEST_F(SysbkpImportTest, EventsOfSuccessAndOfFailingSections) {
+    using Events = std::vector<std::pair<int, uint32_t>>;
+    ASSERT_EQ(import(file_header(0)), 0);
+    ASSERT_EQ(import(file_header(0), KOVA_SYSBKP_ALL, 0), 0);
+    EXPECT_EQ(events(), (Events{{1, 0x12100043}, {1, 0x12100042}}));
+    const std::string damaged = block(KOVA_SYSBKP_MTU, long_item(7));
+    EXPECT_EQ(import(file_header(0) + damaged + block(KOVA_SYSBKP_USER, long_item(2))), -1);
+    EXPECT_EQ(events(), (Events{{1, 0x12100043},
+                                {1, 0x12100042},
+                                {3, 0x12100104},
+                                {3, 0x12100012}}));  // no success event
+    write_file(path("/etc/kovainfo.conf"), "language=\"enu\"\n");
+    EXPECT_EQ(KOVASysbkpExport(backup().c_str(), KOVA_SYSBKP_HOSTNAME), -1);
+    EXPECT_EQ(events().back(), (std::pair<int, uint32_t>{3, 0x12100003}));
 }
 
 TEST_F(SysbkpImportTest, ServiceControl) {

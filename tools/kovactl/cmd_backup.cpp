@@ -42,11 +42,13 @@ std::string name_of_bit(uint32_t bit) {
     return bit == KOVA_SYSBKP_INTERFACE ? "interface" : "unknown";
 }
 
-// The mask of --sections (all when absent); false for a name that is no section.
+// The mask of --sections (all when absent); false for a name that is no section. The library's
+// mask of all sections lacks the MySQL switch's bit, which export adds by itself and import
+// does not: all here means that bit too.
 bool sections_mask(int argc, char **argv, uint32_t *mask) {
     const char *list = option(argc, argv, "--sections");
     if (list == nullptr || strcmp(list, "all") == 0) {
-        *mask = KOVA_SYSBKP_ALL;
+        *mask = KOVA_SYSBKP_ALL | KOVA_SYSBKP_MYSQL;
         return true;
     }
     *mask = 0;
@@ -74,6 +76,7 @@ int backup_export(int argc, char **argv) {
     uint32_t mask = 0;
     if (argc < 3) return usage(false);
     if (!sections_mask(argc, argv, &mask)) return 2;
+    if (mask == (KOVA_SYSBKP_ALL | KOVA_SYSBKP_MYSQL)) mask = KOVA_SYSBKP_ALL;
     if (KOVASysbkpExport(argv[2], mask) != 0) return report_failure(argv[2]);
     printf("exported to %s (mask 0x%08X)\n", argv[2], mask);
     return 0;
