@@ -1,5 +1,6 @@
 // The account sections: users, groups and shares, saved with everything their families keep
-// and restored through the families' own set functions.
+// and restored through the families' own set functions (a
+// restore's batch of groups and of shares each under one writer of its family).
 //
 // A restore must not wreck a working appliance, so each importer reads and checks its whole
 // body into memory first (every record through the same rules its family applies) and only
@@ -10,7 +11,8 @@
 // accounts only (ids 1024 to 65533); the system accounts belong to the firmware. A restored
 // user is created or changed with KOVAUserSet, which hashes the password it is given, so the
 // saved shadow and file-sharing hashes are put back afterwards by a rewrite of "/etc/shadow"
-// and the smbpasswd file, and the user cache is rebuilt: restored users keep their passwords.
+// and the smbpasswd file (the user cache rebuilds from them): restored users keep their
+// passwords.
 // Groups: a long, then per group the name, gid, members and description (ids from 100 on, but
 // not the "nogroup" id 65534). Shares: a long, then per share its six strings and three numbers;
 // then a long, the number of reserved sections, and per section its name, a long and that many
@@ -31,12 +33,14 @@
 #include "core/paths.h"
 #include "core/rewrite.h"
 #include "core/root.h"
+#include "group/group_internal.h"
 #include "kovasdk/file.h"
 #include "kovasdk/group.h"
 #include "kovasdk/list.h"
 #include "kovasdk/share.h"
 #include "kovasdk/unicode.h"
 #include "kovasdk/user.h"
+#include "share/share_internal.h"
 #include "sysbkp/sysbkp_internal.h"
 
 namespace kova::sysbkp {
@@ -179,7 +183,7 @@ bool rewrite_fields(const char *absolute, const std::unordered_map<std::string, 
     });
 }
 
-// The saved password hashes into the shadow and smbpasswd files, then a fresh user cache.
+// The saved password hashes into the shadow and smbpasswd files.
 bool restore_hashes(const UserList &list) {
     std::unordered_map<std::string, Hashes> shadow_hash;  // the shadow hash travels as "lm"
     std::unordered_map<std::string, Hashes> smb_hash;
@@ -206,10 +210,8 @@ bool restore_hashes(const UserList &list) {
                              });
     smb.limit_mode(0600);
     shadow.limit_mode(0600);
+    // The cache sees the files changed (its sources' fingerprints) and rebuilds at its next read.
     ok = ok && Rewrite::commit_all({&shadow, &smb});
-    // The text files changed within the second of the accounts' own write: the cache cannot
-    // tell by the time, so it is rebuilt now.
-    ok = ok && KOVAUserDBRebuild() == 0;
     ok = ErrKLIBFileUnlock(KLIB_LOCK_PW) == 0 && ok;
     return ok;
 }
@@ -307,26 +309,30 @@ int import_groups(int fd) {
     if (!items.at_end()) return damaged("KOVASysbkpGroupImport", kGroupImportEvent);
     std::unordered_map<std::string, std::string> existing;
     if (!existing_names(KOVAGroupEnum, &existing)) return failed(kGroupImportEvent);
-    PKOVAGROUP record = nullptr;
-    int result = 0;
-    for (const SavedGroup &group : groups) {
+    // One writer for all: the records first, so that nothing is written when one is refused.
+    std::vector<PKOVAGROUP> records(groups.size(), nullptr);
+    std::vector<const char *> old_names;
+    std::vector<const char *> descs;
+    bool ok = true;
+    for (size_t i = 0; i < groups.size(); ++i) {
+        const SavedGroup &group = groups[i];
         const auto found = existing.find(upper(group.name.c_str()));
-        if (KOVAGroupAlloc(&record, group.name.c_str(), group.gid, group.members.c_str()) != 0 ||
-            KOVAGroupSet(found != existing.end() ? found->second.c_str() : nullptr, record) != 0) {
-            log_at(LOG_ERR, Site(), "%s:%d restoring group [%s] failed. kovaerr=0x%04X",
-                   group.name.c_str(), static_cast<unsigned>(KLIBErrGet()));
-            result = failed(kGroupImportEvent);
-            break;
-        }
-        if (KOVAGroupDescSet(group.name.c_str(), group.description.c_str()) != 0) {
-            log_at(LOG_ERR, Site(), "%s:%d restoring the description of [%s] failed.",
-                   group.name.c_str());
-            result = failed(kGroupDescEvent);
-        }
+        old_names.push_back(found != existing.end() ? found->second.c_str() : nullptr);
+        descs.push_back(group.description.c_str());
+        ok = ok &&
+             KOVAGroupAlloc(&records[i], group.name.c_str(), group.gid, group.members.c_str()) == 0;
     }
-    KOVAGroupFree(record);
-    if (result == 0) note_restored("group_desc", static_cast<int>(groups.size()));
-    return result;
+    ok = ok && (records.empty() || group::set_many(old_names.data(), records.data(), descs.data(),
+                                                   static_cast<int>(records.size())) == 0);
+    for (PKOVAGROUP record : records)
+        KOVAGroupFree(record);
+    if (!ok) {
+        log_at(LOG_ERR, Site(), "%s:%d restoring the groups failed. kovaerr=0x%04X",
+               static_cast<unsigned>(KLIBErrGet()));
+        return failed(kGroupImportEvent);
+    }
+    note_restored("group_desc", static_cast<int>(groups.size()));
+    return 0;
 }
 
 namespace {
@@ -412,13 +418,16 @@ int import_shares(int fd) {
 
     std::unordered_map<std::string, std::string> existing;
     if (!existing_names(KOVAShareEnum, &existing)) return failed(kShareImportEvent);
+    std::vector<const char *> old_names;
     for (PKOVASHARE share : list.shares) {
         const auto found = existing.find(upper(share->szName));
-        if (KOVAShareSet(found != existing.end() ? found->second.c_str() : nullptr, share) != 0) {
-            log_at(LOG_ERR, Site(), "%s:%d restoring share [%s] failed. kovaerr=0x%04X",
-                   share->szName, static_cast<unsigned>(KLIBErrGet()));
-            return failed(kShareImportEvent);
-        }
+        old_names.push_back(found != existing.end() ? found->second.c_str() : nullptr);
+    }
+    if (!list.shares.empty() && share::set_many(old_names.data(), list.shares.data(),
+                                                static_cast<int>(list.shares.size())) != 0) {
+        log_at(LOG_ERR, Site(), "%s:%d restoring the shares failed. kovaerr=0x%04X",
+               static_cast<unsigned>(KLIBErrGet()));
+        return failed(kShareImportEvent);
     }
     for (const SavedSection &section : sections) {
         if (!restore_section(section)) {

@@ -159,12 +159,19 @@ std::pair<bool, std::string> get_setting(const char *key) {
 }
 
 bool set_settings(const std::vector<std::pair<std::string, std::string>> &pairs) {
-    if (pairs.empty()) return true;
+    // Only the keys whose value changes: a restore onto an appliance that already has them
+    // rewrites nothing.
+    std::vector<const std::pair<std::string, std::string> *> changed;
+    for (const auto &pair : pairs) {
+        const auto [found, value] = get_setting(pair.first.c_str());
+        if (!found || value != pair.second) changed.push_back(&pair);
+    }
+    if (changed.empty()) return true;
     PKLIBSZHASH set = PshKLIBSzHashAlloc(0);
     if (set == nullptr) return false;
     bool ok = true;
-    for (const auto &[key, value] : pairs) {
-        ok = ok && KLIBSzHashSetValue(&set, key.c_str(), value.c_str()) >= 0;
+    for (const auto *pair : changed) {
+        ok = ok && KLIBSzHashSetValue(&set, pair->first.c_str(), pair->second.c_str()) >= 0;
     }
     if (ok && ErrKLIBFileLock(KLIB_LOCK_KOVAINFO | KLIB_LOCK_EX, kLockSeconds) == 0) {
         const RootedPath path(paths::kKovaInfo);
