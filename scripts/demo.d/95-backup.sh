@@ -13,21 +13,19 @@ printf '\n$ kovactl --root %s backup import %s\n' "$fresh" "$backup"
 printf '\n$ cat %s/var/log/services.log   (stopped around the import, web manager kept)\n' \
     "$fresh"
 cat "$fresh/var/log/services.log"
-printf '\n$ diff of the accounts, shares and settings (last-change days and times left out)\n'
-for f in etc/passwd etc/group etc/group_desc usr/kova/etc/smb.conf etc/kovainfo.conf; do
-    if diff -q "$root/$f" "$fresh/$f" >/dev/null; then
-        echo "$f: same"
-    else
-        echo "$f: differs"
-        diff "$root/$f" "$fresh/$f" | head -5
-    fi
-done
+printf '\n$ compare the two appliances (days and times of last change left out; the lines of a\n'
+printf '  reserved smb.conf section come back in the order of its stored list)\n'
 cut_times() { sed -E 's/:[0-9]+:0:99999:/::0:99999:/; s/:LCT-[0-9A-F]+:/:/; s/^([^:]*):[0-9]+:/\1::/'; }
-for f in etc/shadow usr/kova/etc/private/smbpasswd; do
-    if diff <(cut_times <"$root/$f") <(cut_times <"$fresh/$f") >/dev/null; then
-        echo "$f: same hashes"
+by_section() { awk '/^\[/ { section = $0; next } { print section "|" $0 }' | sort; }
+same() {
+    if diff -q <("$2" <"$root/$1") <("$2" <"$fresh/$1") >/dev/null; then
+        echo "$1: same"
     else
-        echo "$f: differs"
+        echo "$1: differs"
+        diff <("$2" <"$root/$1") <("$2" <"$fresh/$1") | head -5 || true
     fi
-done
+}
+for f in etc/passwd etc/group etc/group_desc etc/kovainfo.conf; do same "$f" cat; done
+same usr/kova/etc/smb.conf by_section
+for f in etc/shadow usr/kova/etc/private/smbpasswd; do same "$f" cut_times; done
 rm -rf "$fresh" "$backup"
