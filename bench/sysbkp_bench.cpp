@@ -20,9 +20,14 @@ namespace fs = std::filesystem;
 
 constexpr int kUsers = 1000;
 constexpr int kShares = 200;
-constexpr const char *kFiles[] = {"etc/passwd", "etc/shadow", "etc/kovauser.conf", "etc/group",
-                                  "etc/group_desc", "etc/kovainfo.conf",
-                                  "usr/kova/etc/private/smbpasswd", "usr/kova/etc/smb.conf"};
+constexpr const char *kFiles[] = {"etc/passwd",
+                                  "etc/shadow",
+                                  "etc/kovauser.conf",
+                                  "etc/group",
+                                  "etc/group_desc",
+                                  "etc/kovainfo.conf",
+                                  "usr/kova/etc/private/smbpasswd",
+                                  "usr/kova/etc/smb.conf"};
 
 void fresh_root(const std::string &dir) {
     fs::remove_all(dir);
@@ -46,7 +51,8 @@ struct Source {
                           nullptr, 0);
         }
         if (KOVAUserSet(nullptr, users.data(), kUsers) != 0) abort();
-        for (PKOVAUSER user : users) KOVAUserFree(user);
+        for (PKOVAUSER user : users)
+            KOVAUserFree(user);
         PKOVASHARE share = nullptr;
         for (int s = 0; s < kShares; ++s) {
             char name[16], path[64], rw[32];
