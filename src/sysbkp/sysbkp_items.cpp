@@ -155,7 +155,9 @@ int KOVASysbkpIWriteHeader(int fd, uint32_t dwBit) {
 }
 
 int KOVASysbkpIWriteBlkSize(int fd, long lStart, long lEnd) {
-    if (fd < 0 || lStart < 4 || lEnd < lStart || lEnd - lStart > static_cast<long>(UINT32_MAX)) {
+    // In 64 bits: on a 32-bit target long cannot hold UINT32_MAX.
+    if (fd < 0 || lStart < 4 || lEnd < lStart ||
+        static_cast<long long>(lEnd) - lStart > static_cast<long long>(UINT32_MAX)) {
         return fail(ERR_BAD_PARAMETERS);
     }
     const uint32_t size = static_cast<uint32_t>(lEnd - lStart);
