@@ -51,7 +51,6 @@ constexpr uint32_t kUserImportEvent = 0x12100012;
 constexpr uint32_t kUserHashEvent = 0x12100052;
 constexpr uint32_t kGroupExportEvent = 0x12100013;
 constexpr uint32_t kGroupImportEvent = 0x12100014;
-constexpr uint32_t kGroupDescEvent = 0x12100053;
 constexpr uint32_t kShareExportEvent = 0x1210000B;
 constexpr uint32_t kShareImportEvent = 0x1210000C;
 constexpr uint32_t kShareSectionEvent = 0x12100051;

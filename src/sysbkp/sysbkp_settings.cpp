@@ -346,8 +346,9 @@ int KOVALnxSetHostname(const char *szHostname) {
 }
 
 int KOVASysbkpHostnameExport(int fd) {
-    const auto [found, name] = get_setting("hostname");
-    if (!found) {
+    const auto current = get_setting("hostname");
+    const std::string &name = current.second;
+    if (!current.first) {
         fail_in(__func__, ERR_KEY_NOT_FOUND, Site(), "%s(%d): fail to get hostname");
         return failed(kHostnameExportEvent);
     }
