@@ -51,6 +51,7 @@
 #include "raid.h"
 #include "share.h"
 #include "socket.h"
+#include "sysbkp.h"
 #include "unicode.h"
 #include "user.h"
 #include "volume.h"

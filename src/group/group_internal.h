@@ -65,6 +65,12 @@ class Writer : public cache::Writer {
     PKOVAGROUPDB db() const { return static_cast<PKOVAGROUPDB>(handle()); }
 };
 
+// Creates (old name null) or changes many groups, each with its description when one is given,
+// under one writer: one copy of the cache and one write of the files for the lot, as a restore
+// needs. A group is not renamed here (no share list follows). 0, or -1 with nothing written.
+int set_many(const char *const *old_names, PKOVAGROUP const *groups, const char *const *descs,
+             int count);
+
 // The call sites of the share family's updates: a group renamed (old and new name) or
 // removed (new name null) in every share list.
 void rename_in_shares(const char *old_name, const char *name);

@@ -56,6 +56,21 @@ int change(PKOVAGROUPDB db, const char *old_name, PKOVAGROUP group, const char *
     return KOVAGroupDBSet(db, old_upper, group);
 }
 
+// The description line of an existing group into the cache.
+int store_desc(PKOVAGROUPDB db, const char *upper, int len, const char *desc_text) {
+    Text line;
+    if (user::get_text(db->pGRPName, upper, len, &line.data, &line.cap) != 0) {
+        return KLIBErrGet() == ERR_KEY_NOT_FOUND ? fail(ERR_NO_SUCH_GROUP) : -1;
+    }
+    char *colon = strchr(line.data, ':');
+    if (colon != nullptr) *colon = '\0';
+    const size_t size = strlen(line.data) + 1 + strlen(desc_text) + 1;
+    UniqueMalloc<char> desc(static_cast<char *>(xmalloc(size)));
+    if (!desc) return fail(ERR_OUT_OF_MEMORY);
+    snprintf(desc.get(), size, "%s:%s", line.data, desc_text);
+    return KOVABDbSet(db->pGRPDesc, upper, len, desc.get(), static_cast<int32_t>(size));
+}
+
 }  // namespace
 }  // namespace kova::group
 
@@ -117,20 +132,29 @@ int KOVAGroupDescSet(const char *szName, const char *szDesc) {
     const int len = upper_of(szName, upper);
     if (len < 0) return kova::fail(ERR_NO_SUCH_GROUP);
     Writer writer;
-    if (!writer.ok()) return -1;
-    PKOVAGROUPDB db = writer.db();
-    Text line;
-    if (user::get_text(db->pGRPName, upper, len, &line.data, &line.cap) != 0) {
-        return KLIBErrGet() == ERR_KEY_NOT_FOUND ? kova::fail(ERR_NO_SUCH_GROUP) : -1;
+    if (!writer.ok() || store_desc(writer.db(), upper, len, szDesc) != 0) return -1;
+    return writer.finish();
+}
+
+int kova::group::set_many(const char *const *old_names, PKOVAGROUP const *groups,
+                          const char *const *descs, int count) {
+    char upper[kKeySize];
+    for (int i = 0; i < count; ++i) {
+        if (groups[i] == nullptr || groups[i]->szName == nullptr ||
+            BlKLIBIsGroupName(groups[i]->szName) != 1 || upper_of(groups[i]->szName, upper) < 0 ||
+            (descs[i] != nullptr && strpbrk(descs[i], "\n\r") != nullptr)) {
+            return fail(ERR_BAD_PARAMETERS);
+        }
     }
-    char *colon = strchr(line.data, ':');
-    if (colon != nullptr) *colon = '\0';
-    const size_t size = strlen(line.data) + 1 + strlen(szDesc) + 1;
-    kova::UniqueMalloc<char> desc(static_cast<char *>(kova::xmalloc(size)));
-    if (!desc) return kova::fail(ERR_OUT_OF_MEMORY);
-    snprintf(desc.get(), size, "%s:%s", line.data, szDesc);
-    if (KOVABDbSet(db->pGRPDesc, upper, len, desc.get(), static_cast<int32_t>(size)) != 0) {
-        return -1;
+    Writer writer;
+    if (!writer.ok()) return -1;
+    for (int i = 0; i < count; ++i) {
+        const int len = upper_of(groups[i]->szName, upper);
+        const int result = old_names[i] == nullptr
+                               ? create(writer.db(), groups[i], upper)
+                               : change(writer.db(), old_names[i], groups[i], upper);
+        if (result != 0) return -1;
+        if (descs[i] != nullptr && store_desc(writer.db(), upper, len, descs[i]) != 0) return -1;
     }
     return writer.finish();
 }

@@ -46,6 +46,11 @@ void recover_text_files();
 // The share's key: its name upper-cased, with the NUL (the length), or -1 (raised).
 int share_key(const char *name, char (&key)[kKeySize]);
 
+// Creates (old name null) or changes many shares under one writer: one copy of the cache and
+// one dump of smb.conf for the lot, as a restore needs; then each share's folder and settings
+// follow it as after KOVAShareSet. 0, or -1 with nothing written.
+int set_many(const char *const *old_names, const KOVASHARE *const *shares, int count);
+
 // The writers' frame (cache::Writer) with the configuration lock on smb.conf.
 class Writer : public cache::Writer {
   public:

@@ -1,6 +1,8 @@
 // The share operations: one share, the share names, writing and deleting shares.
+#include <cstdlib>
 #include <cstring>
 
+#include "core/alloc.h"
 #include "kovasdk/file.h"
 #include "share/share_internal.h"
 
@@ -71,6 +73,32 @@ int KOVAShareSet(const char *szOldName, const KOVASHARE *pShare) {
         if (result == 0) kova::share::after_share_set(old, *pShare);
     }
     KOVAShareFree(old);
+    return result;
+}
+
+int kova::share::set_many(const char *const *old_names, const KOVASHARE *const *shares, int count) {
+    auto *olds =
+        static_cast<PKOVASHARE *>(xcalloc(static_cast<size_t>(count) + 1, sizeof(PKOVASHARE)));
+    if (olds == nullptr) return fail(ERR_OUT_OF_MEMORY);
+    int result = 0;
+    {
+        Writer writer;
+        result = writer.ok() ? 0 : -1;
+        for (int i = 0; result == 0 && i < count; ++i) {
+            if (old_names[i] != nullptr &&
+                KOVAShareDBGet(writer.db(), old_names[i], &olds[i]) != 0) {
+                result = -1;
+            } else {
+                result = KOVAShareDBSet(writer.db(), old_names[i], shares[i]);
+            }
+        }
+        if (result == 0) result = writer.finish();
+        for (int i = 0; result == 0 && i < count; ++i)
+            after_share_set(olds[i], *shares[i]);
+    }
+    for (int i = 0; i < count; ++i)
+        KOVAShareFree(olds[i]);
+    free(olds);
     return result;
 }
 

@@ -267,6 +267,18 @@ static void socket_family(void) {
     KLIBSzHashFree(hash);
 }
 
+static void sysbkp_family(void) {
+    int rows = 0;
+    CHECK(sizeof(SYSBKP_ROUTINE) == 3 * sizeof(void *) + 8);
+    while (grgSysRoutine[rows].dwBit != 0)
+        ++rows;
+    CHECK(rows == 23 && grgSysRoutine[rows].pfnImport == NULL);
+    CHECK(grgSysRoutine[8].pfnExport == KOVASysbkpShareExport);
+    CHECK(KOVASysbkpIGetIdx(KOVA_SYSBKP_MYSQL) == 20 && KOVASysbkpIGetIdx(4) == -1);
+    CHECK(KOVASysbkpRawIntRead(-1, NULL, 3) == -1 && KLIBErrGet() == ERR_BAD_PARAMETERS);
+    CHECK(offsetof(KOVAMAIL, blTest) == 3 * sizeof(void *));
+}
+
 int main(void) {
     error_family();
     list_family();
@@ -281,6 +293,7 @@ int main(void) {
     disk_family();
     volume_family();
     socket_family();
+    sysbkp_family();
     if (failures != 0) return 1;
     puts("c abi: all checks passed");
     return 0;

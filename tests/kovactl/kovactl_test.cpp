@@ -73,6 +73,7 @@ const ReadCommand kReadCommands[] = {
     {"log show sys --json", kArray, "/0/text", R"("Share media created by admin.")"},
     {"log conn --json", kArray, "", "[]"},
     {"net cards --json", kArray, "/0/device", R"("eth0")"},
+    {"backup show @/var/b.kbk --json", kObject, "/category", "1"},
 };
 
 // Commands without a row here: a discovery pass sends on the network, so its --json is checked
@@ -112,6 +113,9 @@ class KovactlJson : public SandboxTest {
         ASSERT_EQ(
             0,
             run_tool("kovactl --root " + root() + " log add sys info 11100001 media admin").second);
+        ASSERT_EQ(0, run_tool("kovactl --root " + root() + " backup export " + path("/var/b.kbk") +
+                              " --sections hostname")
+                         .second);
     }
 
     std::string command_line(const char *args) const {

@@ -27,6 +27,7 @@ int cmd_volume(int argc, char **argv);
 int cmd_log(int argc, char **argv);
 int cmd_discover(int argc, char **argv);
 int cmd_net(int argc, char **argv);
+int cmd_backup(int argc, char **argv);
 
 // Prints "kovactl: what: ERR_NAME (0xCODE) at file:line" for the SDK's last error; returns 1.
 int report_failure(const char *what);

@@ -39,6 +39,7 @@ const Command kCommands[] = {
     {"discover", "discover [--json]    the appliances that answer the discovery query",
      cmd_discover},
     {"net", "net cards [--json]    the configured network interfaces", cmd_net},
+    {"backup", "backup export|import|show FILE ...    the configuration backup file", cmd_backup},
 };
 
 int usage(FILE *out) {
