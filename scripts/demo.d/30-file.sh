@@ -11,9 +11,7 @@ show conf set /etc/shares.demo.conf --section homes browseable no
 show conf set /etc/shares.demo.conf --section global workgroup OFFICE
 show conf sections /etc/shares.demo.conf
 show conf section /etc/shares.demo.conf global
-# The helper programs the library runs, installed into the sandbox's /bin.
-mkdir -p "$root/bin"
-cp "$here/$build/set_key_value" "$root/bin/"
+# The helper programs the library runs, linked into the sandbox's /bin by the demo.
 printf '\n$ /bin/set_key_value /etc/kovainfo.conf language deu && /bin/get_key_value ... language\n'
 "$root/bin/set_key_value" "$root/etc/kovainfo.conf" language deu
 "$root/bin/get_key_value" "$root/etc/kovainfo.conf" language
