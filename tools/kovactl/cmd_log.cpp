@@ -13,6 +13,7 @@
 #include "args.h"
 #include "commands.h"
 #include "kovasdk/log.h"
+#include "log/log_names.h"
 
 namespace kovactl {
 namespace {
@@ -29,26 +30,18 @@ int usage(bool asked) {
     return print_usage(kUsage, asked);
 }
 
-struct Name {
-    const char *name;
-    int value;
-};
-constexpr Name kClasses[] = {{"sys", KOVA_LOG_CLASS_SYS},   {"man", KOVA_LOG_CLASS_MAN},
-                             {"conn", KOVA_LOG_CLASS_CONN}, {"bkp", KOVA_LOG_CLASS_BKP},
-                             {"copy", KOVA_LOG_CLASS_COPY}, {"netbkp", KOVA_LOG_CLASS_NETBKP},
-                             {"sur", KOVA_LOG_CLASS_SUR}};
-constexpr Name kTypes[] = {
-    {"info", KOVA_LOG_TYPE_INFO}, {"warn", KOVA_LOG_TYPE_WARN}, {"err", KOVA_LOG_TYPE_ERR}};
+using kova::log_names::kClasses;
+using kova::log_names::kTypes;
 
-// A name of the table or a decimal number; -1 when it is neither.
+// A word of the table or a decimal number; -1 when it is neither.
 template <size_t N>
-int parse_name(const Name (&names)[N], const char *word) {
-    for (const Name &n : names)
-        if (strcmp(n.name, word) == 0) return n.value;
+int parse_name(const kova::log_names::Name (&names)[N], const char *word) {
+    const int value = kova::log_names::lookup(names, word);
+    if (value >= 0) return value;
     char *end = nullptr;
-    const long value = strtol(word, &end, 10);
-    return end != word && *end == '\0' && value >= 0 && value <= 0xFFFF ? static_cast<int>(value)
-                                                                        : -1;
+    const long number = strtol(word, &end, 10);
+    return end != word && *end == '\0' && number >= 0 && number <= 0xFFFF ? static_cast<int>(number)
+                                                                          : -1;
 }
 
 int bad_word(const char *what, const char *word) {
@@ -125,17 +118,12 @@ int log_add(int argc, char **argv) {
     if (log_class < 0) return bad_word("unknown log class", argv[2]);
     const int type = parse_name(kTypes, argv[3]);
     if (type < 0) return bad_word("unknown event type", argv[3]);
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long key = strtoul(argv[4], &end, 16);
-    if (end == argv[4] || *end != '\0' || errno != 0 || key > 0xFFFFFFFFul) {
-        return bad_word("bad event key", argv[4]);
-    }
+    uint32_t key = 0;
+    if (!kova::log_names::parse_key(argv[4], &key)) return bad_word("bad event key", argv[4]);
     const char *args[4] = {};
     for (int i = 5; i < argc; ++i)
         args[i - 5] = argv[i];
-    if (KOVALogSet1(log_class, type, static_cast<uint32_t>(key), args[0], args[1], args[2],
-                    args[3]) != 0) {
+    if (KOVALogSet1(log_class, type, key, args[0], args[1], args[2], args[3]) != 0) {
         return report_failure(argv[2]);
     }
     return 0;

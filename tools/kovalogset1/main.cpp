@@ -1,13 +1,13 @@
 // kovalogset1: records one event in an event log, for the appliance's scripts.
 //
 //     kovalogset1 sys err 0x1180050A [ARG1 [ARG2 [ARG3 [ARG4]]]]
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "kovasdk/error.h"
 #include "kovasdk/log.h"
+#include "log/log_names.h"
 
 namespace {
 
@@ -20,35 +20,10 @@ constexpr char kUsage[] =
     "  ARGn   the texts that fill the placeholders @1..@4 of the event's message\n"
     "Exit status 0 when the event was recorded, 1 otherwise.\n";
 
-struct Name {
-    const char *name;
-    int value;
-};
-constexpr Name kClasses[] = {{"sys", KOVA_LOG_CLASS_SYS},   {"man", KOVA_LOG_CLASS_MAN},
-                             {"conn", KOVA_LOG_CLASS_CONN}, {"bkp", KOVA_LOG_CLASS_BKP},
-                             {"copy", KOVA_LOG_CLASS_COPY}, {"netbkp", KOVA_LOG_CLASS_NETBKP},
-                             {"sur", KOVA_LOG_CLASS_SUR}};
-constexpr Name kTypes[] = {
-    {"info", KOVA_LOG_TYPE_INFO}, {"warn", KOVA_LOG_TYPE_WARN}, {"err", KOVA_LOG_TYPE_ERR}};
-
-template <size_t N>
-int lookup(const Name (&names)[N], const char *word) {
-    for (const Name &n : names) {
-        if (strcmp(n.name, word) == 0) return n.value;
-    }
-    return -1;
-}
-
-bool parse_key(const char *text, uint32_t *key) {
-    if (strncmp(text, "0x", 2) == 0 || strncmp(text, "0X", 2) == 0) text += 2;
-    if (*text == '\0' || strlen(text) > 8) return false;
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long value = strtoul(text, &end, 16);
-    if (*end != '\0' || errno != 0 || text[0] == '-' || text[0] == '+') return false;
-    *key = static_cast<uint32_t>(value);
-    return true;
-}
+using kova::log_names::kClasses;
+using kova::log_names::kTypes;
+using kova::log_names::lookup;
+using kova::log_names::parse_key;
 
 int refuse(const char *what, const char *word) {
     fprintf(stderr, "kovalogset1: %s '%s'\n%s", what, word, kUsage);
