@@ -51,15 +51,15 @@ bool put_marker(int fd, uint32_t at) {
 
 // Places a record of length bytes into the ring whose ends are head and tail.
 int append_record(int fd, const char *record, int length, uint32_t head, uint32_t tail) {
-    const long max = glogsizeMax;
+    const int64_t max = glogsizeMax;
     if (tail >= head) {
-        if (max - static_cast<long>(tail) - kMarkerSize >= length) {
+        if (max - static_cast<int64_t>(tail) - kMarkerSize >= length) {
             return put_record(fd, record, length, tail) ? 0 : fail_at(kAtWrite, ERR_WRITE_FAILED);
         }
         // No room before the end: close this run with the marker, then free more than the
         // record's length from the oldest end and start again at the record area.
         if (!put_marker(fd, tail)) return fail_at(kAtWrite, ERR_WRITE_FAILED);
-        long dropped = 0;
+        int64_t dropped = 0;
         while (dropped <= length) {
             const int n = length_at(fd, head);
             if (n <= 0) return fail_at(kAtFreeUnwrapped, ERR_READ_FAILED);
@@ -72,7 +72,7 @@ int append_record(int fd, const char *record, int length, uint32_t head, uint32_
     // Wrapped: the free space is between tail and head; it must end up strictly larger than
     // the record so that head and tail never meet.
     bool turned = false;
-    while (static_cast<long>(head) - static_cast<long>(tail) <= length) {
+    while (static_cast<int64_t>(head) - static_cast<int64_t>(tail) <= length) {
         const int n = length_at(fd, head);
         if (n > 0) {
             head += n;
@@ -84,7 +84,7 @@ int append_record(int fd, const char *record, int length, uint32_t head, uint32_
         turned = true;
         head = kStart;
         if (KOVALogSetHead(fd, head) < 0) return fail_at(kAtFreeWrapped, ERR_WRITE_FAILED);
-        if (max - static_cast<long>(tail) - kMarkerSize >= length) break;
+        if (max - static_cast<int64_t>(tail) - kMarkerSize >= length) break;
         if (!put_marker(fd, tail)) return fail_at(kAtFreeWrapped, ERR_WRITE_FAILED);
         tail = kStart;
     }
@@ -160,7 +160,7 @@ int KOVALogSet1a(const char *szLogPath, int iType, uint32_t dwEventKey, const ch
     const kova::UniqueMalloc<char> owned(record);
     // A record larger than the whole ring could only be stored by dropping every event and
     // then failing: it is refused before anything changes.
-    if (length > static_cast<long>(glogsizeMax) - static_cast<long>(kStart) - kMarkerSize) {
+    if (length > static_cast<int64_t>(glogsizeMax) - static_cast<int64_t>(kStart) - kMarkerSize) {
         return fail_at(kAtRecord, ERR_BAD_PARAMETERS);
     }
     if (append_record(fd.get(), record, length, head, tail) < 0) return -1;

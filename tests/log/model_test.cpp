@@ -17,7 +17,7 @@ class RingModel {
     bool append(int seq, uint32_t length) {
         if (length > max_ - 16 - 2) return false;
         if (tail_ >= head_) {
-            if (static_cast<long>(max_) - tail_ - 2 >= length) {
+            if (static_cast<int64_t>(max_) - tail_ - 2 >= static_cast<int64_t>(length)) {
                 put(tail_, length, seq);
                 tail_ += length;
                 return true;
@@ -35,7 +35,8 @@ class RingModel {
             return true;
         }
         bool turned = false;
-        while (static_cast<long>(head_) - static_cast<long>(tail_) <= length) {
+        while (static_cast<int64_t>(head_) - static_cast<int64_t>(tail_) <=
+               static_cast<int64_t>(length)) {
             const int n = length_at(head_);
             if (n > 0) {
                 head_ += n;
@@ -44,7 +45,7 @@ class RingModel {
             if (turned) return false;
             turned = true;
             head_ = 16;
-            if (static_cast<long>(max_) - tail_ - 2 >= length) break;
+            if (static_cast<int64_t>(max_) - tail_ - 2 >= static_cast<int64_t>(length)) break;
             put(tail_, 2, kMarker);
             tail_ = 16;
         }
