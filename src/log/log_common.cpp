@@ -93,36 +93,31 @@ bool lock_retrying(int fd) {
     }
 }
 
+void write_failed(size_t size) {
+    log(LOG_ERR, "KOVALogWriteByte(): write() error!, input count is [%d]", static_cast<int>(size));
+    fail(ERR_WRITE_FAILED);
+}
+
 bool read_at(int fd, void *buffer, size_t size, off_t offset) {
     auto *at = static_cast<char *>(buffer);
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t n = sys::pread(fd, at + done, size - done, offset + done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            fail(ERR_READ_FAILED);
-            return false;
-        }
-        done += static_cast<size_t>(n);
+    if (all_bytes(size, [&](size_t done) {
+            return sys::pread(fd, at + done, size - done, offset + static_cast<off_t>(done));
+        })) {
+        return true;
     }
-    return true;
+    fail(ERR_READ_FAILED);
+    return false;
 }
 
 bool write_at(int fd, const void *buffer, size_t size, off_t offset) {
     const auto *at = static_cast<const char *>(buffer);
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t n = sys::pwrite(fd, at + done, size - done, offset + done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            log(LOG_ERR, "KOVALogWriteByte(): write() error!, input count is [%d]",
-                static_cast<int>(size));
-            fail(ERR_WRITE_FAILED);
-            return false;
-        }
-        done += static_cast<size_t>(n);
+    if (all_bytes(size, [&](size_t done) {
+            return sys::pwrite(fd, at + done, size - done, offset + static_cast<off_t>(done));
+        })) {
+        return true;
     }
-    return true;
+    write_failed(size);
+    return false;
 }
 
 int length_at(int fd, off_t offset) {
@@ -136,10 +131,7 @@ bool read_ends(int fd, uint32_t *head, uint32_t *tail) {
     const int t = KOVALogGetTail(fd);
     struct stat st {};
     if (h < 0 || t < 0 || sys::fstat(fd, &st) != 0) return false;
-    // An end outside the record area could only point a write over the header or past the
-    // data: such a header is as good as unreadable.
-    const auto in_area = [&](int at) { return at >= static_cast<int>(kStart) && at <= st.st_size; };
-    if (!in_area(h) || !in_area(t)) return false;
+    if (!ends_in_area(h, t, static_cast<uint64_t>(st.st_size))) return false;
     *head = static_cast<uint32_t>(h);
     *tail = static_cast<uint32_t>(t);
     return true;
@@ -172,7 +164,7 @@ bool LogBytes::ends(uint32_t *head, uint32_t *tail) const {
     if (size_ < kStart) return false;
     const uint32_t h = get32(data() + 8);
     const uint32_t t = get32(data() + 12);
-    if (h < kStart || t < kStart || h > size_ || t > size_) return false;
+    if (!ends_in_area(h, t, size_)) return false;
     *head = h;
     *tail = t;
     return true;

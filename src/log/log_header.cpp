@@ -71,12 +71,10 @@ int KOVALogSetTail(int fd, uint32_t dwTail) {
 int KOVALogReadByte(int fd, void *pBuffer, int cbLength) {
     if (pBuffer == nullptr || cbLength < 0) return kova::fail(ERR_BAD_PARAMETERS);
     auto *at = static_cast<char *>(pBuffer);
-    int done = 0;
-    while (done < cbLength) {
-        const ssize_t n = kova::sys::read(fd, at + done, cbLength - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return kova::fail(ERR_READ_FAILED);
-        done += static_cast<int>(n);
+    const size_t size = static_cast<size_t>(cbLength);
+    if (!all_bytes(size,
+                   [&](size_t done) { return kova::sys::read(fd, at + done, size - done); })) {
+        return kova::fail(ERR_READ_FAILED);
     }
     return cbLength;
 }
@@ -84,15 +82,11 @@ int KOVALogReadByte(int fd, void *pBuffer, int cbLength) {
 int KOVALogWriteByte(int fd, const void *pBuffer, int cbLength) {
     if (pBuffer == nullptr || cbLength < 0) return kova::fail(ERR_BAD_PARAMETERS);
     const auto *at = static_cast<const char *>(pBuffer);
-    int done = 0;
-    while (done < cbLength) {
-        const ssize_t n = kova::sys::write(fd, at + done, cbLength - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            kova::log(LOG_ERR, "KOVALogWriteByte(): write() error!, input count is [%d]", cbLength);
-            return kova::fail(ERR_WRITE_FAILED);
-        }
-        done += static_cast<int>(n);
+    const size_t size = static_cast<size_t>(cbLength);
+    if (!all_bytes(size,
+                   [&](size_t done) { return kova::sys::write(fd, at + done, size - done); })) {
+        write_failed(size);
+        return -1;
     }
     return cbLength;
 }

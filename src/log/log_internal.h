@@ -2,6 +2,9 @@
 // and lock, the record layout and the ring's walking rules.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -64,9 +67,31 @@ inline void put32(void *at, uint32_t v) {
     memcpy(at, &v, sizeof v);
 }
 
+// Repeats io(done) (a read or write of the bytes from done on, returning what the kernel call
+// returns) until size bytes are through; false when a call fails or moves nothing. Interrupted
+// calls are repeated.
+template <class Io>
+bool all_bytes(size_t size, Io io) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t n = io(done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+// Raises the failure of a write of size bytes, with the defined log text of KOVALogWriteByte.
+void write_failed(size_t size);
+
 // pread/pwrite of exactly size bytes at offset through the syscall seam.
 bool read_at(int fd, void *buffer, size_t size, off_t offset);
 bool write_at(int fd, const void *buffer, size_t size, off_t offset);
+
+// Whether head and tail lie in the record area of a file of file_size bytes: an end outside it
+// could only point a write over the header or past the data, so it is as good as unreadable.
+inline bool ends_in_area(uint32_t head, uint32_t tail, uint64_t file_size) {
+    return head >= kStart && tail >= kStart && head <= file_size && tail <= file_size;
+}
 // The 2-byte record length at offset; -1 when it cannot be read.
 int length_at(int fd, off_t offset);
 

@@ -265,6 +265,32 @@ TEST_F(RingTest, ShrinkDropsTheOldestAndKeepsTheDefinedRecordLimits) {
     EXPECT_EQ(after.records.back().args[0], w.records.back().args[0]);
 }
 
+// A write that fails leaves the ring as it was: the record is not made live, a shrink keeps the
+// old file and leaves no temporary file.
+TEST_F(RingTest, FailedWritesLeaveTheRingAsItWas) {
+    const std::string file = log_path();
+    for (int i = 0; i < 20; ++i)
+        ASSERT_EQ(append(file, i, 40), 0);
+    const std::string before = read_file(file);
+    LogCapture log;
+    {
+        SysFault<&sys::Calls::pwrite> full(1, ENOSPC);
+        EXPECT_EQ(append(file, 99), -1);
+    }
+    EXPECT_TRUE(raised(ERR_WRITE_FAILED));
+    EXPECT_TRUE(log.contains(LOG_ERR, "sdk/kovalog1.c : line 371"));
+    EXPECT_TRUE(log.mentions(LOG_ERR, "KOVALogWriteByte(): write() error!, input count is ["));
+    EXPECT_EQ(parse_log(read_file(file)).records.size(), 20u);
+    EXPECT_EQ(parse_log(read_file(file)).tail, parse_log(before).tail);
+    {
+        SysFault<&sys::Calls::write> full(1, ENOSPC, true);
+        EXPECT_EQ(KOVALogChangeSize_a(500, file.c_str()), -1);
+    }
+    EXPECT_TRUE(log.contains(LOG_ERR, "sdk/kovalog1.c : line 533"));
+    EXPECT_EQ(parse_log(read_file(file)).records.size(), 20u);
+    EXPECT_EQ(new_entries("/var/log"), std::vector<std::string>{"test.log"});
+}
+
 TEST_F(RingTest, ConfigurationFileIsWrittenWholeInTheDefinedForm) {
     ASSERT_EQ(KOVASetLogConf(), 0);
     std::string expected;
