@@ -139,8 +139,11 @@ int KOVALogICheckLog(const char *szList, const char *szTmp, const char *szProces
     }
     if (access(szList, F_OK) != 0) return 0;  // no list: nothing to clean
     int pids[512];
-    const int found = KLIBPs(szProcess, pids, 512);
-    const int known = found < 0 ? 0 : (found > 512 ? 512 : found);
+    // Without a complete list of the running processes nothing can be told apart: the list is
+    // left as it is rather than emptied.
+    const int known = KLIBPs(szProcess, pids, 512);
+    if (known < 0) return -1;
+    if (known > 512) return 0;
     kova::TempFile out;
     if (!out.create(szList, szTmp)) return kova::fail(ERR_OPEN_FAILED);
     const bool ok = each_line(szList, [&](const char *line) {
