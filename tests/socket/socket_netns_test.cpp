@@ -469,12 +469,15 @@ TEST_F(Discovery, DaemonSurvivesMalformedPackets) {
     name_appliance(here_, "kova-a");
     ASSERT_EQ(
         sendto(sock, stFHOSTBroadCastV20, 20, 0, reinterpret_cast<sockaddr *>(&to), sizeof to), 20);
+    // Some of the junk happens to be a valid query (the oldest probe's form): its answer (under the
+    // old name) may come first, so the list is searched for the real query's answer.
+    const std::string answer = "407,642,kova-a,127.0.0.1,00:00:00:00:00:00,2.1\n";
     std::string list;
-    for (int i = 0; i < 500 && list.empty(); ++i) {  // up to 10 s on a loaded machine
+    for (int i = 0; i < 500 && list.find(answer) == std::string::npos; ++i) {  // up to 10 s
         usleep(20 * 1000);
         list = read_file(here_.path("/tmp/kovanas.list"));
     }
-    EXPECT_EQ(list.rfind("407,642,kova-a,127.0.0.1,00:00:00:00:00:00,2.1\n", 0), 0u) << list;
+    EXPECT_NE(list.find(answer), std::string::npos) << list;
 }
 
 }  // namespace
